@@ -1,0 +1,17 @@
+# Fails when one of FILES includes a header of a folder of ROOT that is not in ALLOWED, or by a path
+# that does not start at ROOT.
+foreach(file IN LISTS FILES)
+  file(STRINGS "${file}" lines REGEX "^[ \t]*#[ \t]*include[ \t]+\"")
+  foreach(line IN LISTS lines)
+    string(REGEX REPLACE "^[^\"]*\"([^\"]+)\".*" "\\1" header "${line}")
+    get_filename_component(folder "${header}" DIRECTORY)
+    if(NOT folder IN_LIST ALLOWED)
+      list(JOIN ALLOWED " " allowed)
+      message(FATAL_ERROR "${file}: includes \"${header}\"; this module may include from: ${allowed}")
+    endif()
+    if(NOT EXISTS "${ROOT}/${header}")
+      message(FATAL_ERROR "${file}: \"${header}\" does not exist below ${ROOT}")
+    endif()
+  endforeach()
+endforeach()
+file(WRITE "${STAMP}" "")

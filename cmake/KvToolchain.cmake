@@ -1,0 +1,31 @@
+# Compiler cache and a fast linker where present, and the flags that all of our code is built with.
+
+find_program(KV_CCACHE ccache)
+if(KV_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${KV_CCACHE})
+endif()
+
+find_program(KV_MOLD mold)
+find_program(KV_LLD ld.lld)
+if(KV_MOLD)
+  add_link_options(-fuse-ld=mold)
+elseif(KV_LLD)
+  add_link_options(-fuse-ld=lld)
+endif()
+
+add_library(kv_flags INTERFACE)
+target_compile_options(kv_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+# One meaning of float arithmetic everywhere: no fused multiply-add behind our back.
+target_compile_options(kv_flags INTERFACE -ffp-contract=off)
+
+if(KV_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+if(KV_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "KV_FUZZ needs clang++")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
