@@ -1,3 +1,4 @@
+cmake_policy(VERSION 3.25)
 # Fails when one of FILES includes a header of a folder of ROOT that is not in ALLOWED, or by a path
 # that does not start at ROOT.
 foreach(file IN LISTS FILES)

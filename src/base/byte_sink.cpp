@@ -32,7 +32,7 @@ fs::path temporaryName(const fs::path& target) {
     return target.parent_path() / name;
 }
 
-}  // namespace
+} // namespace
 
 bool MemorySink::write(ByteSpan bytes) {
     bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
@@ -123,4 +123,4 @@ bool SaveFile::commit() {
     return done;
 }
 
-}  // namespace kv
+} // namespace kv

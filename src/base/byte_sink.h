@@ -74,4 +74,4 @@ private:
     u64 position_ = 0;
 };
 
-}  // namespace kv
+} // namespace kv

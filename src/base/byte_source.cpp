@@ -39,8 +39,8 @@ private:
     std::size_t readFully(u64 offset, std::span<std::byte> to) const {
         std::size_t done = 0;
         while (done < to.size()) {
-            const ssize_t got = ::pread(file_, to.data() + done, to.size() - done,
-                                        static_cast<off_t>(offset + done));
+            const ssize_t got =
+                ::pread(file_, to.data() + done, to.size() - done, static_cast<off_t>(offset + done));
             if (got < 0 && errno == EINTR) continue;
             if (got <= 0) break;
             done += static_cast<std::size_t>(got);
@@ -56,7 +56,7 @@ private:
     std::size_t windowFilled_ = 0;
 };
 
-}  // namespace
+} // namespace
 
 std::size_t MemorySource::readAt(u64 offset, std::span<std::byte> to) {
     if (offset >= bytes_.size()) return 0;
@@ -100,4 +100,4 @@ std::shared_ptr<ByteSource> openFileSource(const std::filesystem::path& path) {
     return std::make_shared<FileSource>(file, size);
 }
 
-}  // namespace kv
+} // namespace kv

@@ -48,4 +48,4 @@ private:
 /// path can't be opened or is of another kind (folder, pipe, terminal), which could block or never end.
 std::shared_ptr<ByteSource> openFileSource(const std::filesystem::path& path);
 
-}  // namespace kv
+} // namespace kv

@@ -18,7 +18,9 @@ using Bytes = std::vector<std::byte>;
 using ByteSpan = std::span<const std::byte>;
 
 /// The bytes of a text, without a terminator.
-inline ByteSpan bytesOf(std::string_view text) { return std::as_bytes(std::span(text)); }
+inline ByteSpan bytesOf(std::string_view text) {
+    return std::as_bytes(std::span(text));
+}
 
 /// Bytes as 8-bit text, up to the end.
 inline std::string_view textOf(ByteSpan bytes) {
@@ -147,4 +149,4 @@ private:
     Bytes bytes_;
 };
 
-}  // namespace kv
+} // namespace kv

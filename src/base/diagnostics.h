@@ -22,8 +22,10 @@ struct Diagnostic {
 class Diagnostics {
 public:
     void add(Diagnostic entry) {
-        if (entries_.size() < kLimit) entries_.push_back(std::move(entry));
-        else ++dropped_;
+        if (entries_.size() < kLimit)
+            entries_.push_back(std::move(entry));
+        else
+            ++dropped_;
     }
     void warn(u64 offset, std::string field, std::string text) {
         add({Severity::Warning, offset, {}, std::move(field), std::move(text)});
@@ -42,4 +44,4 @@ private:
     std::size_t dropped_ = 0;
 };
 
-}  // namespace kv
+} // namespace kv

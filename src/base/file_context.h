@@ -27,4 +27,4 @@ struct FileContext {
     bool write(ByteSpan bytes) { return sink && sink->write(bytes); }
 };
 
-}  // namespace kv
+} // namespace kv

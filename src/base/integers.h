@@ -34,6 +34,8 @@ constexpr i32 roundHalf(double value, double half = 0.5) {
 }
 
 /// `a` divided by `b`, rounded up; b is not 0.
-constexpr u64 ceilDiv(u64 a, u64 b) { return a / b + (a % b != 0 ? 1 : 0); }
+constexpr u64 ceilDiv(u64 a, u64 b) {
+    return a / b + (a % b != 0 ? 1 : 0);
+}
 
-}  // namespace kv
+} // namespace kv

@@ -13,7 +13,9 @@ RunContext& runContext() {
 }
 
 RunContextScope::RunContextScope(RunContext& context) : previous_(std::exchange(current, &context)) {}
-RunContextScope::~RunContextScope() { current = previous_; }
+RunContextScope::~RunContextScope() {
+    current = previous_;
+}
 
 bool Fail(std::string_view context, std::string_view message) {
     runContext().error = {std::string(context), std::string(message)};
@@ -56,4 +58,4 @@ void Refresh(u32 select) {
     if (UserInterface* ui = runContext().ui) ui->refresh(select);
 }
 
-}  // namespace kv
+} // namespace kv

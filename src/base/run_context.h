@@ -43,9 +43,8 @@ private:
 bool Fail(std::string_view context, std::string_view message);
 
 template <class... Args>
-bool Fail(std::string_view context, fmt::format_string<Args...> format, Args&&... args)
-    requires(sizeof...(Args) > 0)
-{
+bool Fail(std::string_view context, fmt::format_string<Args...> format,
+          Args&&... args) requires(sizeof...(Args) > 0) {
     return Fail(context, std::string_view(fmt::format(format, std::forward<Args>(args)...)));
 }
 
@@ -64,4 +63,4 @@ void Refresh(u32 select = 0);
 
 inline constexpr std::string_view kProductTitle = "Kelvane Studio";
 
-}  // namespace kv
+} // namespace kv

@@ -5,8 +5,12 @@
 namespace kv {
 namespace {
 
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
-char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
+char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+}
+char upper(char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
+}
 
 /// Bytes of the character that starts `text`: 1 for what is no valid UTF-8 sequence.
 std::size_t characterBytes(std::string_view text) {
@@ -19,7 +23,7 @@ std::size_t characterBytes(std::string_view text) {
     return length;
 }
 
-}  // namespace
+} // namespace
 
 std::string_view cutToCharacters(std::string_view text, std::size_t characters) {
     if (text.size() <= characters) return text;
@@ -53,4 +57,4 @@ std::string toUpper(std::string_view text) {
     return result;
 }
 
-}  // namespace kv
+} // namespace kv

@@ -51,6 +51,8 @@ std::string toLower(std::string_view text);
 std::string toUpper(std::string_view text);
 
 /// "s" for any count but 1.
-constexpr std::string_view plural(u64 count) { return count == 1 ? "" : "s"; }
+constexpr std::string_view plural(u64 count) {
+    return count == 1 ? "" : "s";
+}
 
-}  // namespace kv
+} // namespace kv

@@ -33,4 +33,4 @@ public:
     virtual bool cancelRequested() { return false; }
 };
 
-}  // namespace kv
+} // namespace kv

@@ -21,7 +21,11 @@ inline constexpr u32 kAllClasses = 0xFF000000;
 inline constexpr u32 kNumberMask = 0x00FFFFFF;
 inline constexpr u32 kNextFreeNumber = 0x00FFFFFF; ///< as an id request: the next free number
 
-constexpr u32 classOf(ItemId id) { return id & kAllClasses; }
-constexpr u32 numberOf(ItemId id) { return id & kNumberMask; }
+constexpr u32 classOf(ItemId id) {
+    return id & kAllClasses;
+}
+constexpr u32 numberOf(ItemId id) {
+    return id & kNumberMask;
+}
 
-}  // namespace kv
+} // namespace kv

@@ -51,6 +51,8 @@ struct FormatRow {
 };
 
 /// For files without any signature.
-inline int detectAlways2(ByteSpan, u32, u64) { return 2; }
+inline int detectAlways2(ByteSpan, u32, u64) {
+    return 2;
+}
 
-}  // namespace kv
+} // namespace kv

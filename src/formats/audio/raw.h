@@ -1,0 +1,27 @@
+// Files that hold nothing but samples.
+#pragma once
+
+#include "base/file_context.h"
+
+namespace kv {
+
+class Collection;
+class Item;
+class Wave;
+struct RawSource;
+
+/// Reads a file as mono samples at 22050 Hz; the sub-type is the data format word.
+bool raw_Imp(Collection& collection, FileContext& file, u32 subType);
+/// Writes a wave's samples; the sub-type's flags join the word.
+bool raw_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool perWave, f32 bitRate);
+
+/// Reads a file of no known format by what the workspace's raw source says, after asking.
+bool unrecognized_Imp(Collection& collection, FileContext& file, u32 subType);
+
+/// Takes another view of where and how a raw wave's samples are stored. `size` is in bytes from the
+/// offset; an offset beyond the file becomes 0, a size beyond it is cut. Nothing happens for a wave that
+/// is not read by the generic reader or that holds the only copy of its samples. False when the new
+/// samples can't be read.
+bool reinterpretSource(Wave& wave, const RawSource& source, u64 size);
+
+} // namespace kv

@@ -1,0 +1,652 @@
+#include "formats/audio/wav_chunks.h"
+
+#include <array>
+#include <optional>
+#include <unordered_map>
+
+#include "base/run_context.h"
+#include "formats/audio/wav_reader.h"
+#include "model/sample_blocks.h"
+#include "model/store.h"
+#include "model/wave.h"
+#include "model/workspace.h"
+#include "samples/data_format.h"
+#include "samples/text_codec.h"
+
+namespace kv {
+namespace {
+
+constexpr int kMaxDepth = 16; // of LISTs within LISTs; real files have one
+constexpr u32 kUnknown32 = 0xFFFFFFFF;
+
+/// Reads up to `size` bytes at a place.
+Bytes readAt(FileContext& file, u64 offset, std::size_t size) {
+    Bytes bytes(size);
+    bytes.resize(file.source ? file.source->readAt(offset, bytes) : 0);
+    return bytes;
+}
+
+} // namespace
+
+// ---- smpl
+
+SmplHeader readSmplHeader(ByteCursor& in, std::endian order) {
+    SmplHeader h;
+    for (u32* field : {&h.manufacturer, &h.product, &h.samplePeriod, &h.unityNote, &h.pitchFraction,
+                       &h.smpteFormat, &h.smpteOffset, &h.loopCount, &h.samplerDataSize}) {
+        *field = in.integer<u32>(order);
+    }
+    return h;
+}
+
+SmplLoop readSmplLoop(ByteCursor& in, std::endian order) {
+    SmplLoop loop;
+    for (u32* field : {&loop.id, &loop.type, &loop.start, &loop.end, &loop.fraction, &loop.playCount}) {
+        *field = in.integer<u32>(order);
+    }
+    return loop;
+}
+
+void writeSmplHeader(ByteWriter& out, const SmplHeader& h) {
+    for (const u32 field : {h.manufacturer, h.product, h.samplePeriod, h.unityNote, h.pitchFraction,
+                            h.smpteFormat, h.smpteOffset, h.loopCount, h.samplerDataSize}) {
+        out.u32le(field);
+    }
+}
+
+void writeSmplLoop(ByteWriter& out, const SmplLoop& loop) {
+    for (const u32 field : {loop.id, loop.type, loop.start, loop.end, loop.fraction, loop.playCount}) {
+        out.u32le(field);
+    }
+}
+
+void wav_ParseSmpl(SampleParams& params, const SmplHeader& header, const SmplLoop* loop) {
+    params.override = true;
+    if (header.unityNote < 128) params.rootKey = static_cast<u8>(header.unityNote);
+    if (params.rootKey == 0) {
+        // Some programs store the note most significant byte first.
+        const u32 note = __builtin_bswap32(header.unityNote);
+        params.rootKey = note >= 1 && note <= 127 ? static_cast<u8>(note) : u8{60};
+    }
+    params.fineTune = static_cast<i32>(header.pitchFraction / 42949672);
+    if (!loop) return;
+    params.loopStart = loop->start;
+    params.loopEnd = static_cast<f64>(loop->end) + 1 + static_cast<f64>(loop->fraction) * 0x1p-32;
+    switch (loop->type) {
+        case 1:
+            params.loopFlags = kLooped | kLoopBidirectional;
+            break;
+        case 2:
+            params.loopFlags = kLooped | kLoopReverse;
+            break;
+        case 255:
+            break;
+        default:
+            params.loopFlags = kLooped;
+    }
+}
+
+void wav_BuildSmpl(SmplHeader& header, SmplLoop& loop, const Wave& wave, u32 frames) {
+    const SampleParams& params = wave.params;
+    header = {};
+    header.samplePeriod = saturate<u32>(1e9 / std::max(wave.sampleRate, 1U) + 0.499);
+    header.unityNote = params.rootKey;
+    i32 cents = params.fineTune;
+    if (cents < 0) {
+        ++header.unityNote;
+        cents += 100;
+    }
+    header.pitchFraction = saturate<u32>(cents / 100.0 * 4294967295.0);
+    if (!params.looped()) return;
+    header.loopCount = 1;
+    loop = {};
+    loop.type = (params.loopFlags & kLoopBidirectional) != 0 ? 1
+                : (params.loopFlags & kLoopReverse) != 0     ? 2
+                                                             : 0;
+    loop.start = saturate<u32>(params.loopStart + 0.5);
+    const u32 end = saturate<u32>(params.loopEnd);
+    loop.end = (end > frames ? frames : end) - 1;
+}
+
+// ---- fmt
+
+namespace {
+
+/// What a format tag says of the samples.
+struct TagRow {
+    u16 tag;
+    u32 code; ///< data format code; 0: by the bits per sample
+    u16 bits; ///< per sample; 0: as the chunk says
+};
+constexpr TagRow kTags[] = {
+    {kWavPcm, 0, 0},    {kWavFloat, kFloat32, 0}, {kWavALaw, kALaw, 8},
+    {0x0172, kALaw, 8}, {kWavMuLaw, kMuLaw, 8},   {0x0171, kMuLaw, 8},
+};
+
+u32 pcmCode(u32 bits) {
+    return bits <= 8 ? kPcm8 : bits <= 16 ? kPcm16 : bits <= 24 ? kPcm24 : kPcm32;
+}
+
+/// Reads the fields of a fmt chunk. False for an Extensible sub-format without a tag of its own.
+bool parseFormat(ByteCursor& in, WavFormat& format) {
+    const auto word = [&] { return in.integer<u16>(format.order); };
+    format.tag = word();
+    format.channels = word();
+    format.sampleRate = in.integer<u32>(format.order);
+    in.skip(4);
+    format.blockAlign = word();
+    format.bits = format.validBits = word();
+    if (format.tag != kWavExtensible) return true;
+
+    constexpr std::array<u8, 12> kTail{0, 0, 0x10, 0, 0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71};
+    in.skip(2);
+    const u16 valid = word();
+    in.skip(4);
+    const u32 subTag = in.integer<u32>(format.order);
+    const ByteSpan tail = in.bytes(12);
+    // The tail is a 16-bit pair and eight bytes; the pair follows the byte order of the file.
+    std::array<u8, 12> expected = kTail;
+    if (format.order == std::endian::big) {
+        std::swap(expected[0], expected[1]);
+        std::swap(expected[2], expected[3]);
+    }
+    if (!in.ok() || subTag >= 0x10000 ||
+        !std::equal(tail.begin(), tail.end(), std::as_bytes(std::span(expected)).begin())) {
+        return Fail("wav_Imp", "Unsupported 'Extensible' subformat GUID");
+    }
+    format.extensible = true;
+    format.tag = static_cast<u16>(subTag);
+    if (valid > 0 && valid <= format.bits) format.validBits = valid;
+    return true;
+}
+
+/// The samples stand in the file as the generic reader takes them.
+bool isPlain(const WavFormat& format) {
+    const u32 bytes = format.bytesPerSample();
+    return format.channels <= 2 && (format.tag == kWavFloat ? bytes == 4 || bytes == 8 : bytes <= 4);
+}
+
+/// Data format word of plain samples.
+u32 plainWord(const WavFormat& format, u32 code) {
+    if (format.tag == kWavFloat && format.bits == 64) code = kFloat64;
+    if (format.tag == kWavPcm) code = pcmCode(format.bits);
+    u32 word = code;
+    if (code == kPcm8) word |= kUnsigned;
+    if (format.order == std::endian::big && format.bytesPerSample() > 1) word |= kByteswap;
+    return word;
+}
+
+} // namespace
+
+bool wav_ParseFmt(FileContext& file, Wave& wave, WavFormat& format) {
+    format.offset = file.position;
+    const Bytes contents = readAt(file, file.position, 40);
+    file.position += contents.size();
+    ByteCursor in(contents, format.offset);
+    if (!parseFormat(in, format)) return false;
+    if (format.channels == 0) return Fail("wav_Imp", "No channels");
+
+    const TagRow* row = std::find_if(std::begin(kTags), std::end(kTags),
+                                     [&](const TagRow& r) { return r.tag == format.tag; });
+    if (row == std::end(kTags)) return Fail("wav_Imp", "Unsupported compression type");
+    if (row->bits != 0) format.bits = format.validBits = row->bits;
+    if (format.tag == kWavFloat && format.bits != 32 && format.bits != 64) {
+        return Fail("wav_Imp", "Unsupported bits/sample for IEEE floating point samples");
+    }
+    // Linear samples of no size: what the block says, where that makes sense.
+    if (format.bits == 0)
+        format.bits = format.validBits = static_cast<u16>(format.blockAlign / format.channels * 8);
+    if (format.bits == 0 || format.frameBytes() > 0x100000)
+        return Fail("wav_Imp", "Unsupported compression type");
+
+    wave.channels = std::min<u32>(format.channels, 2);
+    wave.sampleRate = format.sampleRate;
+    wave.bits = format.validBits;
+    wave.preferredFormat = row->code != 0 ? row->code : pcmCode(wave.bits);
+    if (isPlain(format))
+        wave.dataFormat = plainWord(format, row->code);
+    else
+        wave.reader = &wavReader;
+    if (format.channels > 2) {
+        runContext().diagnostics.add(
+            {Severity::Loss, format.offset, std::string(wave.name().view()), "fmt ",
+             fmt::format("{} channels: only the first two are kept", format.channels)});
+    }
+    return true;
+}
+
+u32 wav_FramesFromBytes(const Wave& wave, const WavFormat& format, u64 dataBytes) {
+    const f64 bytes = static_cast<f64>(dataBytes);
+    if (wave.bits == 1 && wave.preferredFormat == kCompressed && wave.compressedKbps > 0) {
+        return saturate<u32>(wave.sampleRate * bytes * 8 / (static_cast<f64>(wave.compressedKbps) * 1000) +
+                             0.499);
+    }
+    return saturate<u32>(static_cast<f64>(dataBytes / std::max(format.frameBytes(), 1U)));
+}
+
+// ---- INFO
+
+namespace {
+
+using TextSetter = void (*)(Wave&, std::string_view);
+struct InfoRow {
+    u32 id;
+    TextSetter set;
+};
+constexpr InfoRow kInfo[] = {
+    {fourcc("INAM"), [](Wave& w, std::string_view t) { w.SetName(t); }},
+    {fourcc("IART"), [](Wave& w, std::string_view t) { w.artist = t; }},
+    {fourcc("ICMT"), [](Wave& w, std::string_view t) { w.comments = t; }},
+    {fourcc("ICOP"), [](Wave& w, std::string_view t) { w.copyright = t; }},
+    {fourcc("IENG"), [](Wave& w, std::string_view t) { w.engineer = t; }},
+    {fourcc("IPRD"), [](Wave& w, std::string_view t) { w.album = t; }},
+    {fourcc("ISRC"),
+     [](Wave& w, std::string_view t) {
+         if (w.album.empty()) w.album = t;
+     }},
+};
+
+void parseInfoItem(FileContext& file, Wave& wave, u32 id, u64 start, u64 size) {
+    const auto* row =
+        std::find_if(std::begin(kInfo), std::end(kInfo), [id](const InfoRow& r) { return r.id == id; });
+    if (row == std::end(kInfo) || size == 0) return;
+    const Bytes bytes = readAt(file, start, static_cast<std::size_t>(std::min<u64>(size, 6000)));
+    std::string text = textFromBytes(bytes);
+    text.resize(cutToCharacters(text, 1500).size());
+    row->set(wave, text);
+}
+
+void parseInfoList(FileContext& file, u64 start, u64 end, Wave& wave, std::endian order, int depth) {
+    if (!file.source || depth > kMaxDepth) return;
+    ChunkWalker walker(*file.source, start, end, order);
+    for (Chunk item; walker.next(item);) {
+        if (item.id == fourcc("LIST"))
+            parseInfoList(file, item.start + 4, item.end(), wave, order, depth + 1);
+        else
+            parseInfoItem(file, wave, item.id, item.start, item.size);
+    }
+}
+
+} // namespace
+
+void wav_ParseInfoItem(FileContext& file, Wave& wave, u32 id, u64 size) {
+    parseInfoItem(file, wave, id, file.position, size);
+}
+
+void wav_ParseInfoList(FileContext& file, u64 start, u64 end, Wave& wave) {
+    parseInfoList(file, start, end, wave, std::endian::little, 0);
+}
+
+// ---- The walk
+
+namespace {
+
+/// What is known of a cue point while a file is read.
+struct Cue {
+    u32 name = 0;
+    u32 offset = 0; ///< frames
+    u32 length = 0;
+    bool loopMark = false; ///< stands for the wave's loop
+    std::string label, note;
+};
+
+class WavParser {
+public:
+    WavParser(FileContext& file, Wave& wave) : file_(file), wave_(wave) {}
+
+    bool walk(u64 start, u64 end, int depth);
+    bool complete() const { return formatSeen_ && dataSeen_; }
+    void finish();
+
+private:
+    bool form(const Chunk& chunk, u64 end, int depth);
+    bool format(const Chunk& chunk);
+    void data(const Chunk& chunk);
+    void cues(const Chunk& chunk);
+    void label(const Chunk& chunk, bool isNote);
+    void labelledText(const Chunk& chunk);
+    void sampler(const Chunk& chunk);
+    void samplerVendorData(const SmplHeader& header, const Chunk& chunk, u64 at, const SmplLoop* loop);
+    void instrument(const Chunk& chunk);
+    void mesa(const Chunk& chunk);
+    void sizes64(const Chunk& chunk);
+    Cue* findCue(u32 name);
+    u32 frameCount(u64 dataBytes) const;
+    void say(const Chunk& chunk, std::string_view field, std::string text,
+             Severity severity = Severity::Warning) {
+        runContext().diagnostics.add(
+            {severity, chunk.start, std::string(wave_.name().view()), std::string(field), std::move(text)});
+    }
+
+    FileContext& file_;
+    Wave& wave_;
+    std::endian order_ = std::endian::little;
+    WavFormat format_;
+    bool formatSeen_ = false, dataSeen_ = false, cuesSeen_ = false;
+    /// Frames as known ahead of the data: 0 or 1 unknown, negative minus the bytes per frame, above 1 a
+    /// count.
+    i64 frameCode_ = 0;
+    u64 dataBytes_ = 0;
+    bool openEnded_ = false; ///< the form's own size says nothing
+    bool wide_ = false;      ///< 64-bit sizes stand in a chunk of their own
+    std::optional<u64> wideData_, wideFrames_;
+    std::vector<Cue> cues_;
+    std::unordered_map<u32, std::size_t> cueByName_;
+};
+
+bool WavParser::walk(u64 start, u64 end, int depth) {
+    ChunkWalker walker(*file_.source, start, end, order_);
+    for (Chunk chunk; walker.next(chunk);) {
+        switch (chunk.id) {
+            case fourcc("RIFF"):
+            case fourcc("SDSS"):
+            case fourcc("RF64"):
+            case fourcc("BW64"):
+            case fourcc("RIFX"):
+                if (depth == 0) return form(chunk, std::min(end, file_.size()), depth);
+                break;
+            case fourcc("ds64"):
+                sizes64(chunk);
+                break;
+            case fourcc("fmt "):
+                if (!formatSeen_ && !format(chunk)) return false;
+                break;
+            case fourcc("fact"): {
+                const Bytes bytes = readContents(*file_.source, chunk, 4);
+                ByteCursor in(bytes);
+                const u32 frames = in.integer<u32>(order_);
+                if (wide_ && frames == kUnknown32)
+                    frameCode_ = wideFrames_ ? static_cast<i64>(*wideFrames_) : 0;
+                else if (in.ok() && frames != 0)
+                    frameCode_ = frames;
+                break;
+            }
+            case fourcc("data"): {
+                const bool unknown = chunk.statedSize == kUnknown32 || (chunk.statedSize == 0 && openEnded_);
+                if (wide_ && chunk.statedSize == kUnknown32 && wideData_)
+                    walker.setSize(chunk, *wideData_);
+                else if (unknown)
+                    walker.setSize(chunk, file_.size());
+                if (!dataSeen_) data(chunk);
+                break;
+            }
+            case fourcc("LIST"): {
+                const Bytes type = readContents(*file_.source, chunk, 4);
+                if (type.size() < 4) break;
+                if (textOf(type) == "INFO")
+                    parseInfoList(file_, chunk.start + 4, chunk.end(), wave_, order_, depth);
+                else if (depth < kMaxDepth && !walk(chunk.start + 4, chunk.end(), depth + 1))
+                    return false;
+                break;
+            }
+            case fourcc("cue "):
+                if (!cuesSeen_) cues(chunk);
+                break;
+            case fourcc("labl"):
+                label(chunk, false);
+                break;
+            case fourcc("note"):
+                label(chunk, true);
+                break;
+            case fourcc("ltxt"):
+                labelledText(chunk);
+                break;
+            case fourcc("smpl"):
+                sampler(chunk);
+                break;
+            case fourcc("inst"):
+                instrument(chunk);
+                break;
+            case fourcc("mesa"):
+                mesa(chunk);
+                break;
+            default:
+                break;
+        }
+    }
+    return true;
+}
+
+bool WavParser::form(const Chunk& chunk, u64 end, int depth) {
+    if (textOf(readContents(*file_.source, chunk, 4)) != "WAVE")
+        return Fail("wav_Imp", "Not a RIFF WAVE file");
+    if (chunk.id == fourcc("RIFX")) order_ = std::endian::big;
+    wide_ = chunk.id == fourcc("RF64") || chunk.id == fourcc("BW64");
+    u64 formEnd = chunk.end();
+    if (order_ == std::endian::big) {
+        formEnd = chunk.start +
+                  std::min<u64>(__builtin_bswap32(static_cast<u32>(chunk.statedSize)), end - chunk.start);
+    }
+    // A recorder that was cut off leaves the size open; a form too small for any wave says nothing either.
+    openEnded_ = wide_ || formEnd < chunk.start + 36 || chunk.statedSize == kUnknown32;
+    if (openEnded_) formEnd = end;
+    if (!walk(chunk.start + 4, formEnd, depth + 1)) return false;
+    return complete() || Fail("wav_Imp", "No wave data found!");
+}
+
+void WavParser::sizes64(const Chunk& chunk) {
+    const Bytes bytes = readContents(*file_.source, chunk, 24);
+    ByteCursor in(bytes);
+    in.skip(8);
+    const u64 dataSize = in.u64le(), frames = in.u64le();
+    if (!in.ok()) return;
+    wideData_ = dataSize;
+    wideFrames_ = frames <= kUnknown32 ? frames : 0;
+}
+
+bool WavParser::format(const Chunk& chunk) {
+    file_.position = chunk.start;
+    format_.order = order_;
+    if (!wav_ParseFmt(file_, wave_, format_)) return false;
+    if (format_.extensible) frameCode_ = -static_cast<i64>(format_.frameBytes());
+    formatSeen_ = true;
+    return true;
+}
+
+void WavParser::data(const Chunk& chunk) {
+    dataSeen_ = true;
+    wave_.sourceOffset = chunk.start;
+    dataBytes_ = chunk.size;
+    if (chunk.statedSize > chunk.size && chunk.statedSize != kUnknown32 && !wide_) {
+        say(chunk, "data", fmt::format("{} of {} bytes are there", chunk.size, chunk.statedSize));
+    }
+}
+
+/// Settled at the end, as some writers put `fmt ` or `fact` behind the data.
+u32 WavParser::frameCount(u64 dataBytes) const {
+    if (frameCode_ > 1) return saturate<u32>(static_cast<f64>(frameCode_));
+    if (frameCode_ < 0) return saturate<u32>(static_cast<f64>(dataBytes / static_cast<u64>(-frameCode_)));
+    return wav_FramesFromBytes(wave_, format_, dataBytes);
+}
+
+void WavParser::finish() {
+    wave_.frames = frameCount(dataBytes_);
+    const u64 held = dataBytes_ / format_.frameBytes();
+    if (wave_.frames > held) {
+        runContext().diagnostics.warn(wave_.sourceOffset, "fact",
+                                      fmt::format("{} frames stated, {} are there", wave_.frames, held));
+        wave_.reader = &wavReader; // lowers the count when the samples come in
+    }
+    rememberWavLayout(wave_, format_, dataBytes_);
+    for (const Cue& cue : cues_) {
+        if (cue.loopMark && wave_.params.looped()) continue;
+        CuePoint& point = wave_.cuePoints.emplace_back();
+        point.position = cue.offset;
+        point.length = cue.length;
+        point.label = cue.label;
+        point.note = cue.note;
+    }
+}
+
+Cue* WavParser::findCue(u32 name) {
+    const auto found = cueByName_.find(name);
+    return found == cueByName_.end() ? nullptr : &cues_[found->second];
+}
+
+void WavParser::cues(const Chunk& chunk) {
+    cuesSeen_ = true;
+    constexpr std::size_t kPointBytes = 24;
+    Bytes bytes = readContents(*file_.source, chunk, 4);
+    ByteCursor head(bytes);
+    const u64 count =
+        std::min<u64>(head.integer<u32>(order_), (chunk.size - std::min<u64>(chunk.size, 4)) / kPointBytes);
+    bytes = readAt(file_, chunk.start + 4, static_cast<std::size_t>(count * kPointBytes));
+    ByteCursor in(bytes);
+    while (in.left() >= kPointBytes) {
+        Cue cue;
+        cue.name = in.integer<u32>(order_);
+        in.skip(16);
+        cue.offset = in.integer<u32>(order_);
+        cueByName_.emplace(cue.name, cues_.size());
+        cues_.push_back(std::move(cue));
+    }
+}
+
+void WavParser::label(const Chunk& chunk, bool isNote) {
+    const Bytes bytes = readContents(*file_.source, chunk, isNote ? 4 + 6000 : 4 + 260);
+    ByteCursor in(bytes);
+    Cue* cue = findCue(in.integer<u32>(order_));
+    if (!cue || !in.ok()) return;
+    const std::string text = textFromBytes(in.bytes(in.left()));
+    if (isNote) {
+        cue->note = text;
+        return;
+    }
+    cue->label = text;
+    SampleParams& params = wave_.params;
+    const bool start = equalIgnoringCase(text, "Loop Start"), end = equalIgnoringCase(text, "Loop End");
+    if (start || end || equalIgnoringCase(text, "Loop Range")) cue->loopMark = true;
+    if (params.looped()) return;
+    if (start) params.loopStart = cue->offset;
+    if (end) {
+        params.loopEnd = static_cast<f64>(cue->offset) + 1;
+        params.loopFlags |= kLooped;
+    }
+}
+
+void WavParser::labelledText(const Chunk& chunk) {
+    const Bytes bytes = readContents(*file_.source, chunk, 20);
+    ByteCursor in(bytes);
+    Cue* cue = findCue(in.integer<u32>(order_));
+    const u32 length = in.integer<u32>(order_);
+    const bool mark = in.text(4) == "mark";
+    if (!cue || !in.ok()) return;
+    if (!mark) {
+        cue->length = length;
+        return;
+    }
+    cue->loopMark = true;
+    if (wave_.params.looped()) return;
+    wave_.params.loopStart = cue->offset;
+    wave_.params.loopEnd = static_cast<f64>(cue->offset) + length;
+    wave_.params.loopFlags |= kLooped;
+}
+
+void WavParser::sampler(const Chunk& chunk) {
+    const Bytes bytes = readContents(*file_.source, chunk, kSmplHeaderBytes + kSmplLoopBytes);
+    ByteCursor in(bytes);
+    const SmplHeader header = readSmplHeader(in, order_);
+    if (!in.ok()) return say(chunk, "smpl", "too short");
+    SmplLoop loop;
+    const bool looped = header.loopCount > 0;
+    if (looped) loop = readSmplLoop(in, order_);
+    if (header.loopCount > 1) {
+        say(chunk, "smpl", fmt::format("{} loops: only the first is kept", header.loopCount), Severity::Loss);
+    }
+    const u64 at = chunk.start + kSmplHeaderBytes + u64{header.loopCount} * kSmplLoopBytes;
+    samplerVendorData(header, chunk, at, looped ? &loop : nullptr);
+}
+
+/// The data behind the loops, where two makers keep more of the tuning and the loop.
+void WavParser::samplerVendorData(const SmplHeader& header, const Chunk& chunk, u64 at,
+                                  const SmplLoop* loop) {
+    SampleParams& params = wave_.params;
+    SmplLoop adjusted = loop ? *loop : SmplLoop{};
+    if (header.samplerDataSize == 28 && at < chunk.end()) {
+        const Bytes bytes = readAt(file_, at, 28);
+        if (bytes.size() >= 4 && textOf(bytes).starts_with("CWDT") && adjusted.end > 0) --adjusted.end;
+    }
+    wav_ParseSmpl(params, header, loop ? &adjusted : nullptr);
+    if ((header.manufacturer & 0xFFFFFF) != 71 || header.product != 94 || header.samplerDataSize != 18)
+        return;
+
+    Bytes bytes = readAt(file_, at, 18);
+    const auto byteAt = [&](std::size_t i) { return i < bytes.size() ? std::to_integer<int>(bytes[i]) : 0; };
+    if (textOf(bytes).starts_with("loop") || byteAt(1) != 0) {
+        bytes = readAt(file_, at + 18 + 6, 18);
+        if (byteAt(1) != 0) return;
+    }
+    const int note = byteAt(2), tune = static_cast<i8>(byteAt(3));
+    params.fineTune = tune;
+    params.rootKey = static_cast<u8>(std::clamp(note - tune, 0, 127));
+    switch (byteAt(6)) {
+        case 0:
+        case 1:
+            params.loopFlags = 0;
+            break;
+        case 2:
+            params.loopFlags = kLooped;
+            break;
+        case 3:
+            params.loopFlags = kLooped | kLoopUntilRelease;
+            break;
+        default:
+            break;
+    }
+}
+
+void WavParser::instrument(const Chunk& chunk) {
+    const Bytes bytes = readContents(*file_.source, chunk, 7);
+    ByteCursor in(bytes);
+    const u8 note = in.u8le();
+    const i8 tune = in.s8(), gain = in.s8();
+    if (!in.ok()) return;
+    if (note < 128) wave_.params.rootKey = note;
+    wave_.params.fineTune = tune;
+    wave_.params.gainDb = gain;
+}
+
+void WavParser::mesa(const Chunk& chunk) {
+    const Bytes bytes = readContents(*file_.source, chunk, 142);
+    if (bytes.size() < 141) return;
+    const auto byteAt = [&](std::size_t i) { return std::to_integer<u8>(bytes[i]); };
+    const auto wordAt = [&](std::size_t i) {
+        ByteCursor in(ByteSpan(bytes).subspan(i));
+        return in.u32le();
+    };
+    constexpr std::string_view kAlphabet = "0123456789 ABCDEFGHIJKLMNOPQRSTUVWXYZ_+-.";
+    std::string name;
+    for (std::size_t i = 3; i <= 14; ++i) name += byteAt(i) < kAlphabet.size() ? kAlphabet[byteAt(i)] : '_';
+    wave_.SetName(name);
+
+    if (bytes.size() >= 142) wave_.sampleRate = wordAt(138);
+    SampleParams& params = wave_.params;
+    params.rootKey = static_cast<u8>(byteAt(2) - byteAt(21));
+    params.fineTune = static_cast<i8>(byteAt(20));
+    if (byteAt(16) == 0) return;
+    if (byteAt(19) == 0) params.loopFlags = kLooped;
+    if (byteAt(19) == 1) params.loopFlags = kLooped | kLoopUntilRelease;
+    params.loopStart = wordAt(38);
+    const u32 fraction = wordAt(42) & 0xFFFF;
+    params.loopEnd = params.loopStart + wordAt(44) + fraction * 0x1p-16;
+}
+
+} // namespace
+
+bool wav_ImpChunks(FileContext& file, u64 start, u64 end, Wave& wave) {
+    if (!file.source) return Fail("wav_Imp", "No wave data found!");
+    WavParser parser(file, wave);
+    if (!parser.walk(start, end, 0)) return false;
+    if (!parser.complete()) return Fail("wav_Imp", "No wave data found!");
+    parser.finish();
+    return true;
+}
+
+Wave* wav_ImpEmbedded(FileContext& file, ItemId request, u64 start, u64 end, std::string_view name) {
+    Wave* wave = store().Create<Wave>(request, &genericReader, name);
+    if (wav_ImpChunks(file, start, end, *wave)) return wave;
+    store().Delete(wave);
+    return nullptr;
+}
+
+} // namespace kv

@@ -1,0 +1,225 @@
+#include "formats/audio/wav_writer.h"
+
+#include <algorithm>
+#include <array>
+
+#include "base/run_context.h"
+#include "formats/audio/wav_chunks.h"
+#include "model/sample_blocks.h"
+#include "model/wave.h"
+#include "model/workspace.h"
+#include "samples/data_format.h"
+
+namespace kv {
+namespace {
+
+/// How the samples of a data format code stand in a WAV file.
+struct WavCode {
+    u32 code;
+    u16 tag;
+    u16 bytes;       ///< per sample
+    u16 fmtSize;     ///< bytes of the fmt chunk
+    bool extensible; ///< may be written as Extensible
+    bool setsFact;   ///< the fact chunk gets this file's frames
+};
+constexpr WavCode kCodes[] = {
+    {kPcm8, kWavPcm, 1, 16, true, false},      {kPcm16, kWavPcm, 2, 16, true, false},
+    {kPcm24, kWavPcm, 3, 16, true, false},     {kPcm32, kWavPcm, 4, 16, true, false},
+    {kFloat32, kWavFloat, 4, 16, true, false}, {kMuLaw, kWavMuLaw, 1, 18, false, true},
+    {kALaw, kWavALaw, 1, 18, false, true},
+};
+
+const WavCode* findCode(u32 formatWord, u32 subType) {
+    for (const WavCode& row : kCodes) {
+        if (row.code != (formatWord & kCodeMask)) continue;
+        if (subType == kWavSubExtensible && !row.extensible) break;
+        return &row;
+    }
+    Fail("wav_Exp", "Unsupported subformat");
+    return nullptr;
+}
+
+void writeFmt(ByteWriter& out, const WavCode& row, const Wave& wave, u32 channels, bool extensible) {
+    const auto block = static_cast<u16>(row.bytes * channels);
+    const auto bits = static_cast<u16>(row.bytes * 8);
+    out.text("fmt ").u32le(extensible ? 40 : row.fmtSize);
+    out.u16le(extensible ? u16{kWavExtensible} : row.tag).u16le(static_cast<u16>(channels));
+    out.u32le(wave.sampleRate).u32le(wave.sampleRate * block).u16le(block).u16le(bits);
+    if (extensible) {
+        constexpr std::array<u8, 12> kGuidTail{0, 0, 0x10, 0, 0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71};
+        out.u16le(22).u16le(bits).u32le(channels == 1 ? 4 : 3).u32le(row.tag);
+        out.bytes(std::as_bytes(std::span(kGuidTail)));
+    } else if (row.fmtSize == 18) {
+        out.u16le(0);
+    }
+}
+
+void writeText(ByteWriter& out, std::string_view id, std::string_view text, std::size_t size) {
+    out.text(id).u32le(static_cast<u32>(size)).text(text.substr(0, size));
+    out.fill(size - std::min(size, text.size()));
+}
+
+void writeInfo(ByteWriter& out, const Wave& wave, bool withSoftware) {
+    const std::size_t start = out.size();
+    out.text("LIST").u32le(0).text("INFO");
+    const std::string_view name = wave.name();
+    writeText(out, "INAM", name, (name.size() + 2) & ~std::size_t{1}); // always with a terminator
+    const std::pair<std::string_view, std::string_view> items[] = {
+        {"ISFT", withSoftware ? "Kelvane Studio v11.4" : ""},
+        {"IART", wave.artist},
+        {"IPRD", wave.album},
+        {"ICOP", wave.copyright},
+        {"ICMT", wave.comments},
+        {"IENG", wave.engineer},
+    };
+    for (const auto& [id, text] : items) {
+        if (!text.empty()) writeText(out, id, text, (text.size() + 1) & ~std::size_t{1});
+    }
+    out.patchU32le(start + 4, static_cast<u32>(out.size() - start - 8));
+}
+
+/// A cue point as it is written.
+struct OutCue {
+    u32 position;
+    u32 length;
+    std::string_view purpose; ///< of the length; empty: no length is written
+    std::string_view label, note;
+};
+
+void writeCueText(ByteWriter& out, std::string_view id, u32 name, std::string_view text) {
+    const std::size_t size = text.size() + 1;
+    out.text(id).u32le(static_cast<u32>(4 + size + size % 2)).u32le(name).text(text).fill(1 + size % 2);
+}
+
+/// The cue points and their texts: first the three that stand for the loop, then the wave's own.
+void writeCues(ByteWriter& out, const Wave& wave) {
+    std::vector<OutCue> cues;
+    const SampleParams& params = wave.params;
+    if (params.looped()) {
+        const u32 start = saturate<u32>(params.loopStart + 0.5);
+        cues.push_back({start, saturate<u32>(params.loopEnd - params.loopStart), "mark", "Loop Range", {}});
+        cues.push_back({start, 0, {}, "Loop Start", {}});
+        cues.push_back({saturate<u32>(params.loopEnd - 1 + 0.5), 0, {}, "Loop End", {}});
+    }
+    for (const CuePoint& cue : wave.cuePoints) {
+        cues.push_back({cue.position, cue.length, cue.length > 0 ? "rgn " : "", cue.label, cue.note});
+    }
+    if (cues.empty()) return;
+
+    const auto count = static_cast<u32>(cues.size());
+    out.text("cue ").u32le(4 + count * 24).u32le(count);
+    for (u32 i = 0; i < count; ++i) {
+        out.u32le(i).u32le(i < 3 && params.looped() ? i : cues[i].position).text("data");
+        out.u32le(0).u32le(0).u32le(cues[i].position);
+    }
+    const std::size_t list = out.size();
+    out.text("LIST").u32le(0).text("adtl");
+    for (u32 i = 0; i < count; ++i) {
+        if (cues[i].purpose.empty()) continue;
+        out.text("ltxt").u32le(20).u32le(i).u32le(cues[i].length).text(cues[i].purpose).fill(8);
+    }
+    for (u32 i = 0; i < count; ++i) {
+        if (!cues[i].label.empty()) writeCueText(out, "labl", i, cues[i].label);
+        if (!cues[i].note.empty()) writeCueText(out, "note", i, cues[i].note);
+    }
+    out.patchU32le(list + 4, static_cast<u32>(out.size() - list - 8));
+}
+
+void writeSmpl(ByteWriter& out, const Wave& wave, u32 frames, bool cwdt) {
+    SmplHeader header;
+    SmplLoop loop;
+    wav_BuildSmpl(header, loop, wave, frames);
+    const bool looped = wave.params.looped();
+    if (cwdt) {
+        header.samplePeriod = 0;
+        header.loopCount = 1;
+        header.samplerDataSize = 28;
+        if (looped) ++loop.end; // a reader that finds the data takes it back
+    }
+    const u32 size =
+        static_cast<u32>(kSmplHeaderBytes + header.loopCount * kSmplLoopBytes + header.samplerDataSize);
+    out.text("smpl").u32le(size);
+    writeSmplHeader(out, header);
+    if (header.loopCount > 0) writeSmplLoop(out, loop);
+    if (!cwdt) return;
+    const u32 loopKind = !looped ? 2 : (wave.params.loopFlags & kLoopUntilRelease) != 0 ? 1 : 0;
+    out.text("CWDT")
+        .u32le(0x08DA1B00)
+        .u32le(loopKind)
+        .u32le(0)
+        .u32le(frames)
+        .u32le(0)
+        .u32le(wave.params.rootKey);
+}
+
+/// Sizes of the form: in the header, or beyond 4 GB in a chunk of their own (EBU Tech 3306).
+void writeFormHeader(ByteWriter& out, u64 formBytes, u64 dataBytes, u64 frames) {
+    constexpr u64 kLimit = 0xFFFFFFFF;
+    if (formBytes <= kLimit) {
+        out.text("RIFF").u32le(static_cast<u32>(formBytes)).text("WAVE");
+        return;
+    }
+    constexpr u32 kDs64Bytes = 28;
+    out.text("RF64").u32le(0xFFFFFFFF).text("WAVE").text("ds64").u32le(kDs64Bytes);
+    out.u64le(formBytes + 8 + kDs64Bytes).u64le(dataBytes).u64le(frames).u32le(0);
+}
+
+} // namespace
+
+bool wavParts(const Wave& wave, u32 frames, u32 formatWord, u32 subType, f32, WavParts& parts) {
+    const WavCode* row = findCode(formatWord, subType);
+    if (!row) return false;
+    const u32 channels = writableChannels(wave.channels, formatWord);
+    if (channels == 0) return false;
+    const bool bare = subType == kWavSubBare, cwdt = subType == kWavSubCwdt;
+    parts.word = formatWord & (kCodeMask | kMonoBit | kStereoBit);
+    if (row->code == kPcm8) parts.word |= kUnsigned;
+    parts.dataBytes = u64{frames} * channels * row->bytes;
+
+    // A float or Extensible file takes over what the last file of another kind left in its fact chunk.
+    u32& fact = workspace().wavFact;
+    if (row->setsFact) fact = frames;
+    ByteWriter chunks;
+    writeFmt(chunks, *row, wave, channels, subType == kWavSubExtensible);
+    if (row->tag != kWavPcm || subType == kWavSubExtensible) chunks.text("fact").u32le(4).u32le(fact);
+    if (bare) writeSmpl(chunks, wave, frames, false);
+
+    ByteWriter tail;
+    if (parts.dataBytes % 2 != 0) tail.u8le(0x80);
+    if (!bare) {
+        writeInfo(tail, wave, !cwdt);
+        if (!cwdt) writeCues(tail, wave);
+        writeSmpl(tail, wave, frames, cwdt);
+    }
+    ByteWriter head;
+    writeFormHeader(head, 4 + chunks.size() + 8 + parts.dataBytes + tail.size(), parts.dataBytes, frames);
+    head.bytes(chunks.view()).text("data");
+    head.u32le(parts.dataBytes > 0xFFFFFFFF ? 0xFFFFFFFF : static_cast<u32>(parts.dataBytes));
+    parts.head = head.take();
+    parts.tail = tail.take();
+    return true;
+}
+
+bool wav_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool perWave, f32 kbps) {
+    if (classOf(item.id()) != kWaveClass) return Fail("wav_Exp", "The file format can not save this item");
+    const auto& wave = static_cast<const Wave&>(item);
+    if (perWave) formatWord |= wave.preferredFormat & kCodeMask;
+    const std::unique_ptr<SampleBlocks> blocks = openSamples(wave, encodesFromFloat(formatWord));
+    if (!blocks) return false;
+    WavParts parts;
+    if (!wavParts(wave, blocks->frames(), formatWord, subType, kbps, parts)) return false;
+    if (!file.write(parts.head)) return Fail("wav_Exp", "Writing to file failed");
+    if (!writeSamples(*blocks, parts.word, *file.sink)) return false;
+    return file.write(parts.tail) || Fail("wav_Exp", "Writing to file failed");
+}
+
+bool wav_Build(Item& item, Bytes& bytes, u32 formatWord, u32 subType, f32 kbps) {
+    MemorySink sink;
+    FileContext file;
+    file.sink = &sink;
+    if (!item.LoadData() || !wav_Exp(item, file, formatWord, subType, false, kbps)) return false;
+    bytes = sink.take();
+    return true;
+}
+
+} // namespace kv

@@ -1,0 +1,34 @@
+// Writing of RIFF WAVE files.
+#pragma once
+
+#include "base/file_context.h"
+
+namespace kv {
+
+class Item;
+class Wave;
+
+/// Sub-types of the writer besides 0.
+inline constexpr u32 kWavSubExtensible = 0xFFFE;
+inline constexpr u32 kWavSubBare = 0xFFFFFFFF; ///< smpl ahead of the data, and nothing behind it
+inline constexpr u32 kWavSubCwdt = 0x54445743; ///< "CWDT": as samplers want it, with their own data
+
+/// All of a WAV file but its samples.
+struct WavParts {
+    Bytes head;        ///< up to the first sample
+    u64 dataBytes = 0; ///< of samples
+    Bytes tail;        ///< behind the last sample, pad byte included
+    u32 word = 0;      ///< data format word that the samples are written in
+};
+
+/// Lays out the file for `frames` frames of the wave. `kbps` is for compressed codes. False with the error
+/// pair set when the format word can't be written.
+bool wavParts(const Wave& wave, u32 frames, u32 formatWord, u32 subType, f32 kbps, WavParts& parts);
+
+/// Builds a whole file in memory.
+bool wav_Build(Item& item, Bytes& file, u32 formatWord, u32 subType, f32 kbps);
+
+/// Writes a file as a stream: samples go through block by block, nothing is patched.
+bool wav_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool perWave, f32 kbps);
+
+} // namespace kv

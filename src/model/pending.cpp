@@ -1,0 +1,25 @@
+#include "model/pending.h"
+
+#include "base/run_context.h"
+
+namespace kv {
+
+void sanitizeArticulation(Articulation&, const ParameterSet&) {}
+void fitLevelsToParameterSet(Instrument&, const ParameterSet&) {}
+void UnrollLoops(bool, bool) {}
+void unrollWaveLoop(Wave&, bool, bool) {}
+void moveArticulationUp() {}
+void SplitStereo() {}
+void MergeStereo() {}
+void AppendLoopTail() {}
+
+bool renderSynthesis(Item&) {
+    return Fail("Synthesis", "Synthesis models can't be rendered by this version yet");
+}
+
+Wave* renderSong(Item&, bool) {
+    Fail("Synthesis", "Songs can't be rendered by this version yet");
+    return nullptr;
+}
+
+} // namespace kv

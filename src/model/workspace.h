@@ -1,0 +1,56 @@
+// What is process-wide by nature, in one object: the store, the settings, the error pair, the counters.
+#pragma once
+
+#include "base/run_context.h"
+#include "model/app_settings.h"
+#include "model/store.h"
+
+namespace kv {
+
+class FormatTable;
+
+/// What the user last said of a file without any header.
+struct RawSource {
+    u32 dataFormat = 0x4; ///< data format word
+    u32 sampleRate = 22050;
+    u32 channels = 1;
+    u64 offset = 0; ///< bytes before the first sample
+};
+
+struct Workspace : RunContext {
+    Store store;
+    AppSettings settings;
+    const FormatTable* formats = nullptr; ///< the formats that the drivers know
+    RawSource rawSource;
+    bool importInProgress = false; ///< constructors of items tell the status line
+    bool exportInProgress = false;
+    u32 wavFact = 0; ///< what the last WAV file that has frames to tell left for the next fact chunk
+};
+
+/// The current workspace of this thread; one of the thread's own when none is bound.
+Workspace& workspace();
+
+/// Makes a workspace the thread's current one for a block.
+class WorkspaceScope {
+public:
+    explicit WorkspaceScope(Workspace& bound);
+    ~WorkspaceScope();
+    WorkspaceScope(const WorkspaceScope&) = delete;
+    WorkspaceScope& operator=(const WorkspaceScope&) = delete;
+
+private:
+    Workspace* previous_;
+    RunContextScope context_;
+};
+
+inline Store& store() {
+    return workspace().store;
+}
+inline AppSettings& settings() {
+    return workspace().settings;
+}
+inline Item* FindItem(ItemId id) {
+    return store().FindItem(id);
+}
+
+} // namespace kv

@@ -1,0 +1,77 @@
+// The commands of `kelvane`. Each answers with the exit status.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/integers.h"
+
+namespace kv {
+
+class TerminalUi;
+
+enum ExitStatus : int {
+    kDone = 0,
+    kFailed = 1,
+    kUsage = 2,
+    kSomeFailed = 3,
+    kInterrupted = 130,
+};
+
+struct FormatsOptions {
+    bool importOnly = false, exportOnly = false, json = false;
+};
+int runFormats(const FormatsOptions& options);
+
+struct DetectOptions {
+    std::vector<std::string> paths;
+    bool json = false;
+};
+int runDetect(const DetectOptions& options);
+
+/// How an input is opened where detection can't tell.
+struct InputOptions {
+    std::string as; ///< row by number, extension or description
+    std::optional<u32> rawRate, rawChannels;
+    std::optional<std::string> rawFormat;
+    bool rawBigEndian = false, rawUnsigned = false;
+    std::optional<u64> rawOffset;
+
+    bool raw() const {
+        return rawRate || rawChannels || rawFormat || rawBigEndian || rawUnsigned || rawOffset;
+    }
+};
+/// Opens a file into the store. False with the error pair set on failure.
+bool openInput(const std::string& path, const InputOptions& options, TerminalUi& ui);
+
+struct InfoOptions {
+    std::string path;
+    bool json = false, warnings = false;
+    InputOptions input;
+};
+int runInfo(const InfoOptions& options, TerminalUi& ui);
+
+struct ConvertOptions {
+    std::vector<std::string> paths; ///< inputs, then the output
+    std::string to, data = "auto", channels = "auto", item, nameMode;
+    f32 bitRate = 0;
+    bool subDirs = false, force = false, quiet = false;
+    InputOptions input;
+};
+int runConvert(const ConvertOptions& options, TerminalUi& ui);
+
+struct SettingsOptions {
+    std::string action; ///< list, get, set, reset
+    std::string name, value;
+    bool json = false;
+    std::string file; ///< of the settings
+};
+int runSettings(const SettingsOptions& options);
+
+/// Prints the error pair as `context: message` and answers the exit status for it.
+int reportFailure();
+/// Prints what was noticed on the way.
+void printDiagnostics(std::size_t most);
+
+} // namespace kv

@@ -1,0 +1,225 @@
+// `kelvane convert`: one input to one output, or all items of the inputs to a folder.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "formats/framework/drivers.h"
+#include "formats/framework/format_table.h"
+#include "model/collection.h"
+#include "model/workspace.h"
+#include "samples/data_format.h"
+#include "shell/kelvane/commands.h"
+#include "shell/kelvane/item_selector.h"
+#include "shell/kelvane/row_choice.h"
+#include "shell/kelvane/terminal_ui.h"
+
+namespace kv {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct ModeName {
+    std::string_view name;
+    NameMode mode;
+};
+constexpr ModeName kModes[] = {
+    {"number", NameMode::Number}, {"base-name", NameMode::BaseName}, {"name", NameMode::Name},
+    {"source", NameMode::Source}, {"bank", NameMode::Bank},
+};
+
+class Conversion {
+public:
+    Conversion(const ConvertOptions& options, TerminalUi& ui) : options_(options), ui_(ui) {}
+    int run();
+
+private:
+    bool prepare();
+    bool chooseTarget();
+    bool chooseData();
+    bool convert(const std::string& input);
+    bool convertItem(Item& item);
+    bool convertToStream(Item& item);
+    bool convertAll(const std::string& input, std::size_t items);
+    Item* onlyItem(std::size_t& count) const;
+    NameMode nameMode(std::size_t items) const;
+    bool mayReplace(const fs::path& path) const;
+
+    const ConvertOptions& options_;
+    TerminalUi& ui_;
+    std::vector<std::string> inputs_;
+    fs::path output_;
+    bool toStream_ = false, toFolder_ = false;
+    int row_ = -1;
+    u32 wanted_ = kAnyFormat;
+    SaveAllResult result_;
+};
+
+bool Conversion::mayReplace(const fs::path& path) const {
+    std::error_code ignored;
+    const bool isFile = fs::is_regular_file(path, ignored);
+    return !isFile || options_.force ||
+           Fail("convert", "\"{}\" exists already; --force replaces it", path.string());
+}
+
+bool Conversion::chooseTarget() {
+    if (!options_.to.empty()) {
+        row_ = chooseRow(options_.to, RowUse::Write);
+        if (row_ < 0) return Fail("convert", "\"{}\" is no format that can be written", options_.to);
+    } else {
+        if (toStream_ || toFolder_) return Fail("convert", "--to is needed to tell the format");
+        row_ = chooseRow(output_.extension().string(), RowUse::Write);
+        if (output_.extension().empty() || row_ < 0) {
+            return Fail("convert", "\"{}\" names no format that can be written; use --to", output_.string());
+        }
+    }
+    const FormatRow& row = *workspace().formats->row(row_);
+    if (!row.exportFn) {
+        return Fail("convert", "\"{}\" files are known, but this version can't write them yet",
+                    row.description);
+    }
+    if (toStream_ && !row.streams) {
+        return Fail("convert", "\"{}\" files can't be written to standard output", row.description);
+    }
+    return true;
+}
+
+bool Conversion::chooseData() {
+    const FormatRow& row = *workspace().formats->row(row_);
+    u32 codes = kCodeMask;
+    if (options_.data != "auto") {
+        codes = FormatCodeByName(options_.data);
+        if (codes == 0) return Fail("convert", "\"{}\" is no data format", options_.data);
+        if ((row.dataMask & codes) == 0) {
+            return Fail("convert", "\"{}\" files can't hold \"{}\"", row.description, options_.data);
+        }
+    }
+    const u32 channels = options_.channels == "mono"     ? kMonoBit
+                         : options_.channels == "stereo" ? kStereoBit
+                                                         : kMonoBit | kStereoBit;
+    if ((row.dataMask & (kMonoBit | kStereoBit)) != 0 && (row.dataMask & channels) == 0) {
+        return Fail("convert", "\"{}\" files can't be {}", row.description, options_.channels);
+    }
+    wanted_ = codes | channels;
+    return true;
+}
+
+bool Conversion::prepare() {
+    inputs_.assign(options_.paths.begin(), options_.paths.end() - 1);
+    output_ = options_.paths.back();
+    toStream_ = output_ == "-";
+    std::error_code ignored;
+    toFolder_ = !toStream_ && (output_.native().ends_with('/') || fs::is_directory(output_, ignored));
+    if (inputs_.size() > 1 && !toFolder_) {
+        return Fail("convert", "Several inputs go to a folder: \"{}\" is none", output_.string());
+    }
+    return chooseTarget() && chooseData();
+}
+
+/// The item that is saved when no other was asked for: the collection where the format holds one, else the
+/// one instrument, wave or song that there is. Null, with their count, for many.
+Item* Conversion::onlyItem(std::size_t& count) const {
+    const u32 holds = workspace().formats->row(row_)->typeFlags;
+    for (const u32 bit : {kCollectionClass, kInstrumentClass, kWaveClass, kSongClass}) {
+        count = store().count(bit);
+        if ((holds & bit) == 0 || count == 0) continue;
+        return count == 1 ? store().FirstItem(bit) : nullptr;
+    }
+    count = 0;
+    return nullptr;
+}
+
+NameMode Conversion::nameMode(std::size_t items) const {
+    for (const ModeName& row : kModes) {
+        if (row.name == options_.nameMode) return row.mode;
+    }
+    // A file that holds one thing keeps its name; the items of a named output are named after it.
+    if (items == 1) return NameMode::Source;
+    return toFolder_ ? static_cast<NameMode>(settings().sall.iMode) : NameMode::BaseName;
+}
+
+bool Conversion::convertToStream(Item& item) {
+    StreamSink sink(STDOUT_FILENO);
+    return ExportTo(sink, row_, "-", &item, wanted_, options_.bitRate, false);
+}
+
+bool Conversion::convertItem(Item& item) {
+    if (!mayReplace(output_)) return false;
+    if (!SaveItemAs(output_, &item, row_, wanted_, options_.bitRate, false)) return false;
+    ++result_.saved;
+    return true;
+}
+
+bool Conversion::convertAll(const std::string& input, std::size_t items) {
+    const FormatRow& row = *workspace().formats->row(row_);
+    SaveAllJob job;
+    job.base = {output_, row_, wanted_, options_.bitRate};
+    if (toFolder_) {
+        std::error_code failed;
+        fs::create_directories(output_, failed);
+        job.base.path = output_ / fmt::format("{}.{}", fs::path(input).stem().string(), row.extension);
+    }
+    job.mode = nameMode(items);
+    job.subDirs = options_.subDirs || settings().sall.bSubDirs;
+    job.onExisting = [this](const fs::path& path, const Item&) {
+        if (mayReplace(path)) return ExistingFile::Overwrite;
+        reportFailure();
+        ++result_.failed;
+        return ExistingFile::Skip;
+    };
+    return SaveAll(job, result_);
+}
+
+bool Conversion::convert(const std::string& input) {
+    if (!openInput(input, options_.input, ui_)) return false;
+    std::size_t items = 1;
+    Item* item = options_.item.empty() ? onlyItem(items) : selectItem(options_.item);
+    if (!options_.item.empty() && !item) return false;
+    if (items == 0) {
+        return Fail("convert", "\"{}\" holds nothing that a \"{}\" file can hold", input,
+                    workspace().formats->row(row_)->description);
+    }
+    if (item && toStream_) return convertToStream(*item);
+    if (item && !toFolder_) return convertItem(*item);
+    if (toStream_) return Fail("convert", "\"{}\" holds {} items; choose one by --item", input, items);
+    if (!options_.item.empty()) {
+        output_ /= fmt::format("{}.{}", fileNameFor(item->name()), workspace().formats->row(row_)->extension);
+        return convertItem(*item);
+    }
+    return convertAll(input, items);
+}
+
+int Conversion::run() {
+    if (!prepare()) {
+        reportFailure();
+        return kUsage;
+    }
+    ui_.printResults = !toStream_ && inputs_.size() == 1;
+    int failedInputs = 0;
+    for (std::size_t i = 0; i < inputs_.size() && !interrupted(); ++i) {
+        if (inputs_.size() > 1) ShowProgress(i, inputs_.size());
+        workspace().diagnostics.clear();
+        const int before = result_.failed;
+        if (!convert(inputs_[i])) {
+            ++failedInputs;
+            if (inputs_.size() > 1) fmt::print(stderr, "{}: ", inputs_[i]);
+            reportFailure();
+        } else if (result_.failed > before) {
+            ++failedInputs;
+        }
+        if (!options_.quiet) printDiagnostics(10);
+    }
+    ShowProgress(0, 0);
+    if (interrupted()) return kInterrupted;
+    if (inputs_.size() > 1 && !options_.quiet) fmt::print("Done: Saved {} files.\n", result_.saved);
+    if (failedInputs == 0) return kDone;
+    return result_.saved > 0 ? kSomeFailed : kFailed;
+}
+
+} // namespace
+
+int runConvert(const ConvertOptions& options, TerminalUi& ui) {
+    return Conversion(options, ui).run();
+}
+
+} // namespace kv

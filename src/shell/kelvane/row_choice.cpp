@@ -1,0 +1,40 @@
+#include "shell/kelvane/row_choice.h"
+
+#include <charconv>
+
+#include "base/text.h"
+#include "formats/framework/format_table.h"
+#include "model/workspace.h"
+
+namespace kv {
+
+int chooseRow(std::string_view text, RowUse use) {
+    const FormatTable& formats = *workspace().formats;
+    const auto usable = [use](const FormatRow& row) {
+        return use == RowUse::Read ? row.reads() : row.writes();
+    };
+    const auto built = [use](const FormatRow& row) {
+        return use == RowUse::Read ? row.importFn != nullptr : row.exportFn != nullptr;
+    };
+    int number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool isNumber = error == std::errc() && end == text.data() + text.size();
+    const FormatRow* numbered = isNumber ? formats.row(number) : nullptr;
+
+    int candidate = -1;
+    for (int i = 0; i < formats.size(); ++i) {
+        const FormatRow& row = *formats.row(i);
+        const std::string_view extension = text.starts_with('.') ? text.substr(1) : text;
+        const bool named = row.description == text || equalIgnoringCase(row.extension, extension);
+        if (!named || !usable(row)) continue;
+        if (built(row)) return i;
+        if (candidate < 0) candidate = i;
+    }
+    if (candidate >= 0) return candidate;
+    for (int i = 0; i < formats.size(); ++i) {
+        if (usable(*formats.row(i)) && equalIgnoringCase(formats.row(i)->description, text)) return i;
+    }
+    return numbered && usable(*numbered) ? number : -1;
+}
+
+} // namespace kv
