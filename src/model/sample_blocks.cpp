@@ -235,7 +235,8 @@ std::unique_ptr<SampleBlocks> openSamples(const Wave& wave, bool preferFloat) {
 namespace {
 
 constexpr std::string_view kWriteContext = "gen_ExpWave";
-constexpr std::size_t kBlockFrames = 16384;
+constexpr std::size_t kBlockFrames = 16384; // what passes through the cache at once
+constexpr std::size_t kWriteBytes = 1 << 20; // few large writes cost the system less than many small ones
 
 /// Reads blocks in the form that an encoder takes, in the channels that are written.
 template <class T>
@@ -243,18 +244,19 @@ class ChannelAdapter {
 public:
     ChannelAdapter(SampleBlocks& blocks, u32 channels) : blocks_(blocks), channels_(channels) {}
 
-    /// The next frames, or nothing on failure.
-    std::span<const T> next(std::size_t frames) {
-        source_.resize(frames * blocks_.channels());
-        if (!blocks_.read(std::span<T>(source_))) return {};
-        if (channels_ == blocks_.channels()) return source_;
+    /// The next frames, or nothing on failure. `direct` is where they go in the end, if they can stand there
+    /// as they are.
+    std::span<const T> next(std::size_t frames, std::span<T> direct) {
+        source_.resize(direct.empty() ? frames * blocks_.channels() : 0);
+        const std::span<T> target = direct.empty() ? std::span<T>(source_) : direct;
+        if (!blocks_.read(target)) return {};
+        if (channels_ == blocks_.channels()) return target;
         adapted_.resize(frames * channels_);
-        if (channels_ == 2)
-            monoToStereo(source_, adapted_);
-        else
-            stereoToMono(source_, adapted_);
+        if (channels_ == 2) monoToStereo(source_, adapted_);
+        else stereoToMono(source_, adapted_);
         return adapted_;
     }
+    bool changes() const { return channels_ != blocks_.channels(); }
 
 private:
     SampleBlocks& blocks_;
@@ -263,7 +265,7 @@ private:
 };
 
 /// Puts interleaved stereo into two planes: all left samples, then all right ones.
-Bytes splitPlanes(const Bytes& interleaved, std::size_t sampleBytes) {
+Bytes splitPlanes(ByteSpan interleaved, std::size_t sampleBytes) {
     Bytes planes(interleaved.size());
     const std::size_t frames = interleaved.size() / (2 * sampleBytes);
     for (std::size_t i = 0; i < frames; ++i) {
@@ -277,31 +279,39 @@ Bytes splitPlanes(const Bytes& interleaved, std::size_t sampleBytes) {
 template <class T>
 bool writeEncoded(SampleBlocks& blocks, u32 word, u32 channels, ByteSink& sink) {
     const StoredForm form(word);
+    const std::size_t frameBytes = std::size_t{form.writtenBytes()} * channels;
     const bool planes = form.sequential() && channels == 2;
+    // Planes are split at the end, so all of them must be at hand.
+    const u64 gathered = planes ? u64{blocks.frames()} : std::max<u64>(kWriteBytes / frameBytes, kBlockFrames);
     ChannelAdapter<T> adapter(blocks, channels);
     SampleEncoder encoder(word);
-    Bytes encoded, all;
+    const bool sameForm = form.isWorkingForm() && form.isFloat() == std::is_same_v<T, f32> && !adapter.changes();
+    SampleBuffer<std::byte> buffer;
+    if (!buffer.allocate(static_cast<std::size_t>(std::min<u64>(gathered, blocks.frames())) * frameBytes)) {
+        return Fail(kWriteContext, "Out of memory");
+    }
+    std::size_t filled = 0;
     for (u32 done = 0; done < blocks.frames();) {
         if (CancelRequested()) return Fail(kWriteContext, "Cancelled");
-        const auto frames = static_cast<u32>(std::min<std::size_t>(kBlockFrames, blocks.frames() - done));
-        const std::span<const T> samples = adapter.next(frames);
+        const std::size_t room = (buffer.size() - filled) / frameBytes;
+        const std::size_t frames = std::min({kBlockFrames, room, std::size_t{blocks.frames() - done}});
+        const std::span<std::byte> encoded = buffer.span().subspan(filled, frames * frameBytes);
+        std::span<T> direct;
+        if (sameForm) direct = {reinterpret_cast<T*>(encoded.data()), frames * channels};
+        const std::span<const T> samples = adapter.next(frames, direct);
         if (samples.empty()) return false;
-        ByteSpan bytes = std::as_bytes(samples);
-        if (!form.isWorkingForm() || planes) {
-            encoded.resize(samples.size() * form.writtenBytes());
-            encoder.encode(samples, encoded);
-            bytes = encoded;
-        }
-        if (planes)
-            all.insert(all.end(), bytes.begin(), bytes.end());
-        else if (!sink.write(bytes))
-            return Fail(kWriteContext, "Writing to file failed");
-        done += frames;
+        if (!sameForm) encoder.encode(samples, encoded);
+        filled += frames * frameBytes;
+        done += static_cast<u32>(frames);
+        if (filled + frameBytes <= buffer.size() && done < blocks.frames()) continue;
+        const ByteSpan ready = buffer.span().first(filled);
+        const bool written = planes ? sink.write(splitPlanes(ready, form.writtenBytes())) : sink.write(ready);
+        if (!written) return Fail(kWriteContext, planes ? "File Write Error" : "Writing to file failed");
+        filled = 0;
         ShowProgress(done, blocks.frames());
     }
     ShowProgress(0, 0);
-    if (!planes) return true;
-    return sink.write(splitPlanes(all, form.writtenBytes())) || Fail(kWriteContext, "File Write Error");
+    return true;
 }
 
 } // namespace
@@ -327,8 +337,11 @@ bool writeSamples(SampleBlocks& blocks, u32 formatWord, ByteSink& sink) {
     if (writableSampleBytes(formatWord) == 0) return false;
     const u32 channels = writableChannels(blocks.channels(), formatWord);
     if (channels == 0) return false;
-    return encodesFromFloat(formatWord) ? writeEncoded<f32>(blocks, formatWord, channels, sink)
-                                        : writeEncoded<i16>(blocks, formatWord, channels, sink);
+    // Mixing two channels down rounds in 16 bits, so what is to be mixed as float must be float by then.
+    const bool mixes = channels < blocks.channels();
+    const bool straight = !blocks.isFloat() && !mixes && StoredForm(formatWord).encodesFromEither();
+    return encodesFromFloat(formatWord) && !straight ? writeEncoded<f32>(blocks, formatWord, channels, sink)
+                                                     : writeEncoded<i16>(blocks, formatWord, channels, sink);
 }
 
 bool gen_ExpWave(ByteSink& sink, const Wave& wave, u32 formatWord) {

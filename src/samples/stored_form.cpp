@@ -225,6 +225,14 @@ void SampleDecoder::decode(ByteSpan from, std::span<f32> to) {
     }
 }
 
+/// Sign and byte order of 24-bit samples.
+void SampleEncoder::finish24(std::span<std::byte> samples) const {
+    if (form_.isUnsigned()) {
+        for (std::size_t i = 2; i < samples.size(); i += 3) samples[i] ^= std::byte{0x80};
+    }
+    if (form_.swapped()) ByteSwap(samples, 3);
+}
+
 void SampleEncoder::encode(std::span<const i16> from, std::span<std::byte> to) {
     assert(to.size() == from.size() * form_.writtenBytes());
     switch (form_.code()) {
@@ -240,6 +248,14 @@ void SampleEncoder::encode(std::span<const i16> from, std::span<std::byte> to) {
         case kDeltaPcm8:
             int16ToBytes(from, form_.isUnsigned(), to);
             break;
+        case kPcm24:
+            int16ToPacked24(from, to);
+            finish24(to);
+            return;
+        case kFloat32:
+            int16ToFloat(from, {reinterpret_cast<f32*>(to.data()), from.size()});
+            if (form_.swapped()) ByteSwap(to, 4);
+            return;
         default:
             std::memcpy(to.data(), from.data(), to.size());
     }
@@ -273,10 +289,8 @@ void SampleEncoder::encode(std::span<const f32> from, std::span<std::byte> to) {
     switch (form_.code()) {
         case kPcm24:
             floatToPacked24(from, to);
-            if (form_.isUnsigned()) {
-                for (std::size_t i = 2; i < to.size(); i += 3) to[i] ^= std::byte{0x80};
-            }
-            break;
+            finish24(to);
+            return;
         case kPcm32:
             for (std::size_t i = 0; i < from.size(); ++i) {
                 u32 v = static_cast<u32>(quantise(from[i], 32));

@@ -36,6 +36,8 @@ public:
     u32 writtenBytes() const;
     /// Encodes from float, else from 16-bit integers.
     bool encodesFromFloat() const { return writtenBytes() >= 3; }
+    /// Encodes from 16-bit integers as well, with the same result as by way of float.
+    bool encodesFromEither() const { return code() == kPcm24 || code() == kFloat32; }
 
 private:
     u32 word_;
@@ -70,6 +72,8 @@ public:
     void encode(std::span<const f32> from, std::span<std::byte> to);
 
 private:
+    void finish24(std::span<std::byte> samples) const;
+
     StoredForm form_;
     u16 last_ = 0; ///< what the next difference refers to
 };
