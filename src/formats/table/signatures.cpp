@@ -1,5 +1,7 @@
 #include "formats/table/signatures.h"
 
+#include <functional>
+
 namespace kv {
 namespace {
 
@@ -69,8 +71,10 @@ int soundFontPack(ByteSpan start, u32, u64) {
 
 int sfzText(ByteSpan start, u32, u64) {
     constexpr std::size_t kSearchedBytes = 2048;
+    constexpr std::string_view kRegion = "<region>";
+    static const std::boyer_moore_horspool_searcher search(kRegion.begin(), kRegion.end());
     const std::string_view text = textOf(start.first(std::min(start.size(), kSearchedBytes)));
-    return text.find("<region>") != text.npos ? kWeakSignature : kNotRuledOut;
+    return std::search(text.begin(), text.end(), search) != text.end() ? kWeakSignature : kNotRuledOut;
 }
 
 int akaiS900Sample(ByteSpan start, u32, u64) {

@@ -200,7 +200,7 @@ TEST(Signatures, FalseStartsOfOnesAndZerosAreNobodys) {
 
 TEST(Signatures, HeaderlessFilesGoByTheirExtension) {
     for (const char* extension : {"sb", "ub", "sw", "f32", "alaw", "vox", "g726-4", "gsm", "dvd-16-48"}) {
-        for (const std::size_t size : {0, 1, 1000}) {
+        for (const std::size_t size : {0u, 1u, 1000u}) {
             int confidence = 0;
             const Bytes bytes(size, std::byte{0x55});
             const int row =
