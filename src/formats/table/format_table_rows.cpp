@@ -36,11 +36,11 @@ constexpr DetectFn kAsf = magic<"\x30\x26\xB2\x75\x8E\x66\xCF\x11\xA6\xD9\x00\xA
 // extension, description, use, classes, data mask, sub-type, detect, import, export, options, per wave,
 // streams: a row ends behind the last field that isn't the default.
 //
-// Settled, since their formats fix them: extensions, descriptions, use and order of all rows; the masks and
-// sub-types of the PCM, law and float rows, wav, w64, g726, the AKAI, Korg, DLS, SoundFont, SFZ, XI, IT and
-// S3M rows; the classes of wav, dls, sf2, sfz, xi, iti, s3i, mid, rmi and of the text descriptions. The rest
-// is chosen by what such files hold and may change when the format is built; so may the per-wave flags. A
-// sub-type of 0 is also what a row has whose writer isn't built yet.
+// Settled are the extensions, descriptions, uses and order of all rows; the sub-types that stand here; the
+// masks of the PCM, law and float rows, wav, w64, g726, sfz, sf2, xi, iti and s3i; the classes of wav, sf2,
+// dls w, sfz w, xi, iti, s3i, mid, rmi w and of the text descriptions. All else is inferred from what such
+// files hold and may change when a format is built: the other masks and classes, the per-wave flags, and
+// which rows without a known signature are headerless (detectAlways2) rather than not described yet.
 // clang-format off
 constexpr FormatRow kRows[] = {
     {"*", "Unrecognized", R, kWave, 0, 0, detectAlways2},
