@@ -26,7 +26,7 @@ struct AppSettings {
         bool bAutoSelCollItems = true;
         bool bPersistentState = false;
         bool bShowNoteNames = true;
-        i8 cOctMidC = 4; ///< octave number of key 60 in note names
+        i8 cOctMidC = 4;                       ///< octave number of key 60 in note names
         std::string wszWave, wszMidi, wszKeyb; ///< outside programs
         std::string szVSTPaths;
     } app;
@@ -122,4 +122,4 @@ struct AppSettings {
     } fmt;
 };
 
-}  // namespace kv
+} // namespace kv

@@ -235,7 +235,7 @@ std::unique_ptr<SampleBlocks> openSamples(const Wave& wave, bool preferFloat) {
 namespace {
 
 constexpr std::string_view kWriteContext = "gen_ExpWave";
-constexpr std::size_t kBlockFrames = 16384; // what passes through the cache at once
+constexpr std::size_t kBlockFrames = 16384;  // what passes through the cache at once
 constexpr std::size_t kWriteBytes = 1 << 20; // few large writes cost the system less than many small ones
 
 /// Reads blocks in the form that an encoder takes, in the channels that are written.
@@ -252,8 +252,10 @@ public:
         if (!blocks_.read(target)) return {};
         if (channels_ == blocks_.channels()) return target;
         adapted_.resize(frames * channels_);
-        if (channels_ == 2) monoToStereo(source_, adapted_);
-        else stereoToMono(source_, adapted_);
+        if (channels_ == 2)
+            monoToStereo(source_, adapted_);
+        else
+            stereoToMono(source_, adapted_);
         return adapted_;
     }
     bool changes() const { return channels_ != blocks_.channels(); }
@@ -282,10 +284,12 @@ bool writeEncoded(SampleBlocks& blocks, u32 word, u32 channels, ByteSink& sink) 
     const std::size_t frameBytes = std::size_t{form.writtenBytes()} * channels;
     const bool planes = form.sequential() && channels == 2;
     // Planes are split at the end, so all of them must be at hand.
-    const u64 gathered = planes ? u64{blocks.frames()} : std::max<u64>(kWriteBytes / frameBytes, kBlockFrames);
+    const u64 gathered =
+        planes ? u64{blocks.frames()} : std::max<u64>(kWriteBytes / frameBytes, kBlockFrames);
     ChannelAdapter<T> adapter(blocks, channels);
     SampleEncoder encoder(word);
-    const bool sameForm = form.isWorkingForm() && form.isFloat() == std::is_same_v<T, f32> && !adapter.changes();
+    const bool sameForm =
+        form.isWorkingForm() && form.isFloat() == std::is_same_v<T, f32> && !adapter.changes();
     SampleBuffer<std::byte> buffer;
     if (!buffer.allocate(static_cast<std::size_t>(std::min<u64>(gathered, blocks.frames())) * frameBytes)) {
         return Fail(kWriteContext, "Out of memory");

@@ -25,12 +25,16 @@ constexpr Option kOptions[] = {
     {"NOMSG", 0, Kind::SilenceBoxes},
 };
 
-bool isOption(std::string_view argument) { return argument.starts_with('-') || argument.starts_with('/'); }
+bool isOption(std::string_view argument) {
+    return argument.starts_with('-') || argument.starts_with('/');
+}
 
 /// A plain search, which also passes over files with that text anywhere in their name.
-bool isProgram(std::string_view argument) { return argument.find(".exe") != std::string_view::npos; }
+bool isProgram(std::string_view argument) {
+    return argument.find(".exe") != std::string_view::npos;
+}
 
-}  // namespace
+} // namespace
 
 std::vector<std::string> splitCommandLine(std::string_view line) {
     std::vector<std::string> arguments;
@@ -69,8 +73,9 @@ ClassicStep ClassicScan::next() {
         const std::string& argument = arguments_[at_++];
         if (isOption(argument)) {
             const std::string_view name = std::string_view(argument).substr(1);
-            const auto* option = std::find_if(std::begin(kOptions), std::end(kOptions),
-                                              [&](const Option& o) { return equalIgnoringCase(o.name, name); });
+            const auto* option = std::find_if(std::begin(kOptions), std::end(kOptions), [&](const Option& o) {
+                return equalIgnoringCase(o.name, name);
+            });
             if (option == std::end(kOptions)) return {Kind::ShowUsage, flags_, argument};
             flags_ |= option->flags;
             if (option->kind != Kind::Done) return {option->kind, flags_, {}};
@@ -94,4 +99,4 @@ std::filesystem::path programFolderFile(std::string_view name) {
     return (failed ? std::filesystem::current_path(failed) : self.parent_path()) / name;
 }
 
-}  // namespace kv
+} // namespace kv

@@ -64,4 +64,4 @@ inline constexpr std::string_view kUsageText =
 /// The path of a file beside the program.
 std::filesystem::path programFolderFile(std::string_view name);
 
-}  // namespace kv
+} // namespace kv

@@ -17,9 +17,10 @@ std::size_t storedBytes(const std::vector<std::string>& list) {
     return bytes;
 }
 
-}  // namespace
+} // namespace
 
-void LastListAdd(std::vector<std::string>& list, std::string_view text, std::size_t maxEntries, bool removeOnly) {
+void LastListAdd(std::vector<std::string>& list, std::string_view text, std::size_t maxEntries,
+                 bool removeOnly) {
     text = text.substr(0, kLongestText);
     const auto same = [&](const std::string& entry) { return equalIgnoringCase(entry, text); };
     if (!removeOnly && !list.empty() && same(list.front())) return;
@@ -29,4 +30,4 @@ void LastListAdd(std::vector<std::string>& list, std::string_view text, std::siz
     while (list.size() > maxEntries || storedBytes(list) > kBlockBytes) list.pop_back();
 }
 
-}  // namespace kv
+} // namespace kv

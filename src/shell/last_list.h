@@ -15,4 +15,4 @@ inline constexpr std::size_t kLastFolders = 10;
 void LastListAdd(std::vector<std::string>& list, std::string_view text, std::size_t maxEntries,
                  bool removeOnly = false);
 
-}  // namespace kv
+} // namespace kv

@@ -2,11 +2,11 @@
 #include "shell/settings_store.h"
 
 #include <fmt/format.h>
+#include <toml++/toml.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <sstream>
-#include <toml++/toml.h>
 #include <variant>
 #include <vector>
 
@@ -22,7 +22,8 @@ namespace fs = std::filesystem;
 
 using List = std::vector<std::string>;
 /// A setting's place in the structure; its type is the setting's kind.
-using Ref = std::variant<bool*, i8*, i32*, std::string*, List*, std::span<i32>, std::span<u16>, std::span<u8>>;
+using Ref =
+    std::variant<bool*, i8*, i32*, std::string*, List*, std::span<i32>, std::span<u16>, std::span<u8>>;
 
 struct Setting {
     std::string_view name;
@@ -31,8 +32,10 @@ struct Setting {
     i32 least = INT32_MIN; ///< a number below is raised to it
 };
 
-#define KV_SETTING(path, ...) \
-    Setting { #path, [](AppSettings& s) -> Ref { return place(s.path); } __VA_OPT__(, ) __VA_ARGS__ }
+#define KV_SETTING(path, ...)                                                                  \
+    Setting {                                                                                  \
+#path, [](AppSettings & s) -> Ref { return place(s.path); } __VA_OPT__(, ) __VA_ARGS__ \
+    }
 
 template <class T>
 Ref place(T& member) {
@@ -42,7 +45,9 @@ template <class T, std::size_t N>
 Ref place(std::array<T, N>& member) {
     return std::span<T>(member);
 }
-Ref place(ParameterSet& set) { return std::span<u8>(set.switches); }
+Ref place(ParameterSet& set) {
+    return std::span<u8>(set.switches);
+}
 
 constexpr std::size_t kPath = 259; // characters of a path
 
@@ -157,9 +162,7 @@ bool fromNode(const toml::node& node, bool* value, const Setting&) {
 }
 
 template <class T>
-bool fromNode(const toml::node& node, T* value, const Setting& setting)
-    requires std::is_integral_v<T>
-{
+bool fromNode(const toml::node& node, T* value, const Setting& setting) requires std::is_integral_v<T> {
     const auto stored = node.value_exact<i64>();
     if (!stored || !inRange<T>(*stored)) return false;
     *value = static_cast<T>(std::max<i64>(*stored, setting.least));
@@ -200,12 +203,14 @@ bool fromNode(const toml::node& node, std::span<T> value, const Setting&) {
     return true;
 }
 
-void toNode(toml::table& table, std::string_view key, bool* value) { table.insert_or_assign(key, *value); }
-void toNode(toml::table& table, std::string_view key, std::string* value) { table.insert_or_assign(key, *value); }
+void toNode(toml::table& table, std::string_view key, bool* value) {
+    table.insert_or_assign(key, *value);
+}
+void toNode(toml::table& table, std::string_view key, std::string* value) {
+    table.insert_or_assign(key, *value);
+}
 template <class T>
-void toNode(toml::table& table, std::string_view key, T* value)
-    requires std::is_integral_v<T>
-{
+void toNode(toml::table& table, std::string_view key, T* value) requires std::is_integral_v<T> {
     table.insert_or_assign(key, static_cast<i64>(*value));
 }
 void toNode(toml::table& table, std::string_view key, List* value) {
@@ -220,14 +225,30 @@ void toNode(toml::table& table, std::string_view key, std::span<T> value) {
     table.insert_or_assign(key, std::move(array));
 }
 
-std::string_view kindOf(const bool*) { return "flag"; }
-std::string_view kindOf(const i8*) { return "integer"; }
-std::string_view kindOf(const i32*) { return "integer"; }
-std::string_view kindOf(const std::string*) { return "text"; }
-std::string_view kindOf(const List*) { return "list"; }
-std::string_view kindOf(std::span<i32>) { return "array"; }
-std::string_view kindOf(std::span<u16>) { return "array"; }
-std::string_view kindOf(std::span<u8>) { return "switches"; }
+std::string_view kindOf(const bool*) {
+    return "flag";
+}
+std::string_view kindOf(const i8*) {
+    return "integer";
+}
+std::string_view kindOf(const i32*) {
+    return "integer";
+}
+std::string_view kindOf(const std::string*) {
+    return "text";
+}
+std::string_view kindOf(const List*) {
+    return "list";
+}
+std::string_view kindOf(std::span<i32>) {
+    return "array";
+}
+std::string_view kindOf(std::span<u16>) {
+    return "array";
+}
+std::string_view kindOf(std::span<u8>) {
+    return "switches";
+}
 
 /// The table that holds a dotted name's last part, made on the way where `make` says so.
 toml::table* tableOf(toml::table& root, std::string_view& name, bool make) {
@@ -271,7 +292,7 @@ std::string systemBank() {
     return {};
 }
 
-}  // namespace
+} // namespace
 
 std::span<const SettingInfo> settingInfos() {
     static const std::vector<SettingInfo> infos = [] {
@@ -304,11 +325,13 @@ SettingsLoad LoadSettings(const fs::path& file, AppSettings& settings) {
         const toml::table* table = tableOf(root, key, false);
         const toml::node* node = table ? table->get(key) : nullptr;
         if (!node) continue;
-        const bool fits = std::visit([&](auto value) { return fromNode(*node, value, setting); }, setting.at(settings));
+        const bool fits =
+            std::visit([&](auto value) { return fromNode(*node, value, setting); }, setting.at(settings));
         if (!fits) unfit += fmt::format("{}{}", unfit.empty() ? "" : ", ", setting.name);
     }
     if (!unfit.empty()) {
-        result.complaint = fmt::format("Settings: unfit values in {}, defaults are in force for {}", file.native(), unfit);
+        result.complaint =
+            fmt::format("Settings: unfit values in {}, defaults are in force for {}", file.native(), unfit);
     }
     std::error_code ignored;
     std::string& bank = settings.mid2wav.wszGMBank;
@@ -340,7 +363,8 @@ std::string settingText(const AppSettings& settings, std::string_view name) {
     const Setting* setting = findSetting(name);
     if (!setting) return {};
     AppSettings copy = settings;
-    if (auto value = setting->at(copy); const std::string* const* text = std::get_if<std::string*>(&value)) return **text;
+    if (auto value = setting->at(copy); const std::string* const* text = std::get_if<std::string*>(&value))
+        return **text;
     if (auto value = setting->at(copy); const std::span<u8>* switches = std::get_if<std::span<u8>>(&value)) {
         std::string digits;
         for (const u8 s : *switches) digits += s != 0 ? '1' : '0';
@@ -365,10 +389,12 @@ bool setSetting(AppSettings& settings, std::string_view name, std::string_view t
         if (text.size() != switches->size() || text.find_first_not_of("01") != std::string_view::npos) {
             return Fail("Settings", "\"{}\" takes {} digits 0 or 1", name, switches->size());
         }
-        std::transform(text.begin(), text.end(), switches->begin(), [](char c) { return static_cast<u8>(c - '0'); });
+        std::transform(text.begin(), text.end(), switches->begin(),
+                       [](char c) { return static_cast<u8>(c - '0'); });
         return true;
     }
-    if (std::holds_alternative<bool*>(value) && (text == "0" || text == "1")) text = text == "1" ? "true" : "false";
+    if (std::holds_alternative<bool*>(value) && (text == "0" || text == "1"))
+        text = text == "1" ? "true" : "false";
     const toml::parse_result parsed = toml::parse(fmt::format("x = {}", text));
     const toml::node* node = parsed ? parsed.table().get("x") : nullptr;
     const bool fits = node && parsed.table().size() == 1 &&
@@ -385,7 +411,8 @@ bool resetSetting(AppSettings& settings, std::string_view name) {
     AppSettings defaults;
     toml::table table;
     std::visit([&](auto value) { toNode(table, "x", value); }, setting->at(defaults));
-    return std::visit([&](auto value) { return fromNode(*table.get("x"), value, *setting); }, setting->at(settings));
+    return std::visit([&](auto value) { return fromNode(*table.get("x"), value, *setting); },
+                      setting->at(settings));
 }
 
-}  // namespace kv
+} // namespace kv

@@ -24,8 +24,8 @@ std::span<const SettingInfo> settingInfos();
 std::filesystem::path defaultSettingsFile();
 
 struct SettingsLoad {
-    bool firstRun = false;  ///< nothing of any version was stored
-    std::string complaint;  ///< what of the file was damaged and is left at its default; empty if nothing
+    bool firstRun = false; ///< nothing of any version was stored
+    std::string complaint; ///< what of the file was damaged and is left at its default; empty if nothing
 };
 /// Reads the settings of a TOML file over the defaults. A missing file is a first run; a value of another
 /// kind or size than expected leaves the default in force.
@@ -42,4 +42,4 @@ std::string settingText(const AppSettings& settings, std::string_view name);
 bool setSetting(AppSettings& settings, std::string_view name, std::string_view text);
 bool resetSetting(AppSettings& settings, std::string_view name);
 
-}  // namespace kv
+} // namespace kv

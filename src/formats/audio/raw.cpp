@@ -33,10 +33,10 @@ void setSource(Wave& wave, const RawSource& source, u64 fileSize, u64 size) {
 
 } // namespace
 
-bool raw_Imp(Collection&, FileContext& file, u32 subType) {
+bool importRaw(FileContext& file, u32 word) {
     Wave* wave = store().Create<Wave>(kNextFreeNumber, &genericReader);
     RawSource source;
-    source.dataFormat = subType;
+    source.dataFormat = word;
     setSource(*wave, source, file.size(), file.size());
     return true;
 }
