@@ -62,6 +62,11 @@ public:
           source_(std::move(source)),
           at_(start) {}
 
+    std::optional<StoredRun> storedAs(u32 word) const override {
+        if (!form_.sameAs(StoredForm(word))) return {};
+        return StoredRun{source_.get(), at_, form_.storedBytes(u64{channels()} * frames())};
+    }
+
 protected:
     bool readNative(std::span<i16> to) override { return readInto(to); }
     bool readNative(std::span<f32> to) override { return readInto(to); }
@@ -278,6 +283,24 @@ Bytes splitPlanes(ByteSpan interleaved, std::size_t sampleBytes) {
     return planes;
 }
 
+bool copyRun(const SampleBlocks::StoredRun& run, ByteSink& sink) {
+    SampleBuffer<std::byte> buffer;
+    if (!buffer.allocate(kWriteBytes)) return Fail(kWriteContext, "Out of memory");
+    for (u64 done = 0; done < run.bytes;) {
+        if (CancelRequested()) return Fail(kWriteContext, "Cancelled");
+        const std::span<std::byte> part =
+            buffer.span().first(static_cast<std::size_t>(std::min<u64>(kWriteBytes, run.bytes - done)));
+        if (run.source->readAt(run.start + done, part) != part.size()) {
+            return Fail(kReadContext, "Reading from file failed");
+        }
+        if (!sink.write(part)) return Fail(kWriteContext, "Writing to file failed");
+        done += part.size();
+        ShowProgress(done, run.bytes);
+    }
+    ShowProgress(0, 0);
+    return true;
+}
+
 template <class T>
 bool writeEncoded(SampleBlocks& blocks, u32 word, u32 channels, ByteSink& sink) {
     const StoredForm form(word);
@@ -341,6 +364,8 @@ bool writeSamples(SampleBlocks& blocks, u32 formatWord, ByteSink& sink) {
     if (writableSampleBytes(formatWord) == 0) return false;
     const u32 channels = writableChannels(blocks.channels(), formatWord);
     if (channels == 0) return false;
+    const std::optional<SampleBlocks::StoredRun> run = blocks.storedAs(formatWord);
+    if (run && channels == blocks.channels()) return copyRun(*run, sink);
     // Mixing two channels down rounds in 16 bits, so what is to be mixed as float must be float by then.
     const bool mixes = channels < blocks.channels();
     const bool straight = !blocks.isFloat() && !mixes && StoredForm(formatWord).encodesFromEither();

@@ -230,10 +230,10 @@ void Wave64Parser::settleFrames(u64 dataBytes) {
     u64 frames = frames_;
     if (frames == 0) frames = std::min<u64>(held, 0x80000000);
     frames = std::min<u64>(frames, 0x7FFFFFFF8 / std::max(wave_.bits, 1U));
-    wave_.frames = static_cast<u32>(std::min<u64>(frames, 0xFFFFFFFF));
+    wave_.frames = static_cast<u32>(std::min<u64>({frames, held, 0xFFFFFFFF}));
     wave_.sourcePrivate[3] = static_cast<u32>(dataBytes);
     wave_.sourcePrivate[4] = static_cast<u32>(dataBytes >> 32);
-    if (fileChannels_ > 2 || frames > held) wave_.reader = &wavReader;
+    if (fileChannels_ > 2) wave_.reader = &wavReader;
 }
 
 } // namespace
