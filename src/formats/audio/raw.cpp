@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/run_context.h"
+#include "formats/framework/losses.h"
 #include "model/collection.h"
 #include "model/fix_up.h"
 #include "model/sample_blocks.h"
@@ -43,6 +44,7 @@ bool importRaw(FileContext& file, u32 word) {
 
 bool raw_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool, f32) {
     if (classOf(item.id()) != kWaveClass) return Fail("raw_Exp", "The file format can not save this item");
+    reportLosses(static_cast<const Wave&>(item), 0);
     constexpr u32 kFlags = kSequential | kUnsigned | kByteswap | kPaddedMsb;
     return gen_ExpWave(*file.sink, static_cast<const Wave&>(item), formatWord | (subType & kFlags));
 }

@@ -6,6 +6,7 @@
 #include "base/run_context.h"
 #include "formats/audio/wav_chunks.h"
 #include "formats/audio/wav_reader.h"
+#include "formats/framework/losses.h"
 #include "model/collection.h"
 #include "model/sample_blocks.h"
 #include "model/store.h"
@@ -261,6 +262,7 @@ bool w64_Exp(Item& item, FileContext& file, u32 formatWord, u32, bool perWave, f
     const u32 channels = blocks ? writableChannels(wave.channels, formatWord) : 0;
     if (channels == 0) return false;
 
+    reportLosses(wave, kKeepsRate | kKeepsTexts);
     const u32 block = channels * sort->bytes;
     const u64 dataBytes = u64{blocks->frames()} * block;
     const auto chunk = [](ByteWriter& out, const Guid& guid, u64 size) -> ByteWriter& {
