@@ -413,8 +413,7 @@ bool WavParser::walk(u64 start, u64 end, int depth) {
 }
 
 bool WavParser::form(const Chunk& chunk, u64 end, int depth) {
-    if (textOf(readContents(*file_.source, chunk, 4)) != "WAVE")
-        return Fail("wav_Imp", "Not a RIFF WAVE file");
+    if (textOf(readAt(file_, chunk.start, 4)) != "WAVE") return Fail("wav_Imp", "Not a RIFF WAVE file");
     if (chunk.id == fourcc("RIFX")) order_ = std::endian::big;
     wide_ = chunk.id == fourcc("RF64") || chunk.id == fourcc("BW64");
     u64 formEnd = chunk.end();
