@@ -115,7 +115,7 @@ TEST_F(FixUp, SweepDropsWhatIsEmptyInTheMask) {
     Wave* good = addWave("good");
     Instrument* hollow = store().Create<Instrument>(kNextFreeNumber);
     hollow->AddChild(store().Create<Layer>(kNextFreeNumber)->id());
-    Instrument* whole = store().Create<Instrument>(kNextFreeNumber, numberOf(good->id()), 1);
+    Instrument* whole = store().Create<Instrument>(kNextFreeNumber, numberOf(good->id()), 1U);
     FixUpAll(0);
     EXPECT_EQ(store().count(kWaveClass), 2U); // six channels go in any case
     EXPECT_EQ(store().count(kInstrumentClass), 2U);

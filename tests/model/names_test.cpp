@@ -65,7 +65,7 @@ TEST_F(Names, ClashesCountUp) {
 
 TEST_F(Names, OfOneClassOnlyAndFreeAgainAfterDeleting) {
     addWave("Bass");
-    EXPECT_EQ(store().Create<Instrument>(kNextFreeNumber, 0, 0, "Bass")->name(), "Bass");
+    EXPECT_EQ(store().Create<Instrument>(kNextFreeNumber, 0U, 0U, "Bass")->name(), "Bass");
     Wave* second = addWave("Bass");
     EXPECT_EQ(addWave("Bass")->name(), "Bass 2");
     store().Delete(second);

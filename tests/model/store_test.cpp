@@ -12,7 +12,7 @@ class StoreTest : public test::WorkspaceTest {};
 
 TEST_F(StoreTest, NumbersRunOnOverAllClasses) {
     Wave* wave = addWave("w");
-    Instrument* instrument = store().Create<Instrument>(kNextFreeNumber, numberOf(wave->id()), 2);
+    Instrument* instrument = store().Create<Instrument>(kNextFreeNumber, numberOf(wave->id()), 2U);
     EXPECT_EQ(numberOf(wave->id()), 1U);
     EXPECT_EQ(numberOf(instrument->id()), 2U);
     EXPECT_EQ(instrument->childIds, (std::vector<ItemId>{kLayerClass | 3, kLayerClass | 5}));
@@ -23,9 +23,9 @@ TEST_F(StoreTest, NumbersRunOnOverAllClasses) {
 }
 
 TEST_F(StoreTest, ExplicitNumbersBeyondTheTableAreFound) {
-    Wave* far = store().Create<Wave>(5'000'000, nullptr, "far");
+    Wave* far = store().Create<Wave>(5'000'000U, nullptr, "far");
     EXPECT_EQ(FindItem(kWaveClass | 5'000'000), far);
-    EXPECT_EQ(store().Create<Instrument>(200)->patch, 200U & 127);
+    EXPECT_EQ(store().Create<Instrument>(200U)->patch, 200U & 127);
     store().Delete(far);
     EXPECT_EQ(FindItem(kWaveClass | 5'000'000), nullptr);
 }
@@ -45,7 +45,7 @@ TEST_F(StoreTest, EnumeratesClassesInOrder) {
 
 TEST_F(StoreTest, OwnersTakeTheirChildrenAlongButNotWaves) {
     Wave* wave = addWave("w");
-    Instrument* instrument = store().Create<Instrument>(kNextFreeNumber, numberOf(wave->id()), 2);
+    Instrument* instrument = store().Create<Instrument>(kNextFreeNumber, numberOf(wave->id()), 2U);
     Region* region = store().First<Region>();
     region->AddChild(store().Create<SynthModel>(kNextFreeNumber)->id());
     store().Delete(instrument);
@@ -57,7 +57,7 @@ TEST_F(StoreTest, OwnersTakeTheirChildrenAlongButNotWaves) {
 
 TEST_F(StoreTest, CopiesAreDeep) {
     Wave* wave = addWave("w");
-    Instrument* source = store().Create<Instrument>(kNextFreeNumber, numberOf(wave->id()), 1, "Piano");
+    Instrument* source = store().Create<Instrument>(kNextFreeNumber, numberOf(wave->id()), 1U, "Piano");
     Region* region = store().First<Region>();
     region->keyGroup = 3;
     region->params.override = true;
@@ -154,7 +154,7 @@ TEST_F(StoreTest, DescribesItems) {
     wave->sampleRate = 44100;
     wave->params.loopFlags = kLooped;
     EXPECT_EQ(wave->Describe(), "Stereo waveform with 44100 samples, 1.1s, 44100 Hz, looped");
-    Instrument* kit = store().Create<Instrument>(kNextFreeNumber, numberOf(wave->id()), 2);
+    Instrument* kit = store().Create<Instrument>(kNextFreeNumber, numberOf(wave->id()), 2U);
     kit->patch = Instrument::kDrumKit | 1 << 14 | 2 << 7 | 3;
     EXPECT_EQ(kit->Describe(), "Drum kit 1:2:3 with 2 layers and 2 regions");
     Region* region = store().First<Region>();
