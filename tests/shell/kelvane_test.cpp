@@ -27,10 +27,12 @@ protected:
         ::setenv("XDG_CONFIG_HOME", folder.path().c_str(), 1);
     }
     Outcome run(const std::string& arguments, const std::string& before = "") {
-        const std::string command = "cd '" + folder.path().string() + "' && " + before + " " KV_KELVANE " " + arguments +
-                                    " >out.txt 2>err.txt </dev/null";
+        const std::string command = "cd '" + folder.path().string() + "' && " + before + " " KV_KELVANE " " +
+                                    arguments + " >out.txt 2>err.txt </dev/null";
         const int status = std::system(command.c_str());
-        const auto text = [&](const char* name) { return std::string(textOf(test::readFile(folder / name))); };
+        const auto text = [&](const char* name) {
+            return std::string(textOf(test::readFile(folder / name)));
+        };
         Outcome outcome{WIFEXITED(status) ? WEXITSTATUS(status) : -1, text("out.txt"), text("err.txt")};
         fs::remove(folder / "out.txt");
         fs::remove(folder / "err.txt");
@@ -92,8 +94,9 @@ TEST_F(Kelvane, ConvertsAndAsksForForce) {
     EXPECT_EQ(again.status, 1);
     EXPECT_EQ(again.err, "convert: \"out.wav\" exists already; --force replaces it\n");
     EXPECT_EQ(run("-q convert ding.wav out.wav --force").out, "");
-    for (const char* wrong : {"ding.wav out.foo", "ding.wav out.wav --data 'PCM 13-bit'", "ding.wav out.w64 --data 'GSM 2-bit'",
-                              "ding.wav ding.wav nofolder", "ding.wav -", "ding.wav out.mid"}) {
+    for (const char* wrong :
+         {"ding.wav out.foo", "ding.wav out.wav --data 'PCM 13-bit'", "ding.wav out.w64 --data 'GSM 2-bit'",
+          "ding.wav ding.wav nofolder", "ding.wav -", "ding.wav out.mid"}) {
         const Outcome outcome = run(std::string("convert ") + wrong);
         EXPECT_NE(outcome.status, 0) << wrong;
         EXPECT_NE(outcome.err.find("convert: "), std::string::npos) << wrong;
@@ -117,7 +120,8 @@ TEST_F(Kelvane, ConvertsManyIntoAFolder) {
     const Outcome some = run("convert a.wav bad.wav b.wav sub/a.wav out/ --to w64");
     EXPECT_EQ(some.status, 3);
     EXPECT_NE(some.err.find("bad.wav: wav_Imp: No wave data found!"), std::string::npos) << some.err;
-    for (const char* name : {"out/a.w64", "out/b.w64", "out/a 2.w64"}) EXPECT_TRUE(fs::exists(folder / name)) << name;
+    for (const char* name : {"out/a.w64", "out/b.w64", "out/a 2.w64"})
+        EXPECT_TRUE(fs::exists(folder / name)) << name;
     EXPECT_EQ(run("convert bad.wav bad.wav out/ --to w64").status, 1);
     EXPECT_EQ(run("convert a.wav out/ --to w64").status, 1); // stands there already
     EXPECT_EQ(run("convert a.wav out/ --to w64 --force --sub-dirs").status, 0);
@@ -129,8 +133,9 @@ TEST_F(Kelvane, ReadsRawSamplesAsToldTo) {
     test::writeFile(folder / "x.bin", Bytes(1000));
     EXPECT_EQ(run("info x.bin").status, 1);
     EXPECT_EQ(run("info x.bin").err, "Import: Not detected as any supported file type\n");
-    const auto wave = json("info --json x.bin --raw-rate 8000 --raw-channels 2 --raw-format 'PCM 24-bit' --raw-big-endian "
-                           "--raw-offset 100")["waves"][0];
+    const auto wave = json(
+        "info --json x.bin --raw-rate 8000 --raw-channels 2 --raw-format 'PCM 24-bit' --raw-big-endian "
+        "--raw-offset 100")["waves"][0];
     EXPECT_EQ(wave["frames"], 150);
     EXPECT_EQ(wave["sampleRate"], 8000);
     EXPECT_EQ(wave["dataFormat"], 0x40000010);
@@ -174,7 +179,9 @@ TEST_F(Kelvane, CleansUpWhenInterrupted) {
         if (child == 0) {
             for (int i = 0; i < 1000; ++i) {
                 const pid_t one = ::fork();
-                if (one == 0) ::execl(KV_KELVANE, "kelvane", "-q", "convert", source.c_str(), target.c_str(), "--force", nullptr);
+                if (one == 0)
+                    ::execl(KV_KELVANE, "kelvane", "-q", "convert", source.c_str(), target.c_str(), "--force",
+                            nullptr);
                 int status = 0;
                 ::usleep(2000 + 500 * static_cast<unsigned>(i % 20));
                 ::kill(one, number);
@@ -193,5 +200,5 @@ TEST_F(Kelvane, CleansUpWhenInterrupted) {
     }
 }
 
-}  // namespace
-}  // namespace kv
+} // namespace
+} // namespace kv

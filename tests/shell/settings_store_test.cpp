@@ -61,9 +61,12 @@ TEST_F(Settings, DamageLeavesTheDefaultsAndSaysSoOnce) {
     EXPECT_NE(load("load = [ bConfirm").find("is damaged (line 1"), std::string::npos);
     EXPECT_FALSE(settings.load.bConfirm);
     const std::string complaint = load(
-        "pset = [1, 0]\n[load]\nbConfirm = 'yes'\nbAutoBid2Fwd = false\n[app]\ncOctMidC = 300\niPaneSplit = 100\n"
+        "pset = [1, 0]\n[load]\nbConfirm = 'yes'\nbAutoBid2Fwd = false\n[app]\ncOctMidC = 300\niPaneSplit = "
+        "100\n"
         "awColWidths = [1, 2, 3, 4, 5, 70000]\nLastFilesA = ['a', 3]\n");
-    EXPECT_NE(complaint.find("app.LastFilesA, app.awColWidths, app.cOctMidC, load.bConfirm, pset"), std::string::npos) << complaint;
+    EXPECT_NE(complaint.find("app.LastFilesA, app.awColWidths, app.cOctMidC, load.bConfirm, pset"),
+              std::string::npos)
+        << complaint;
     EXPECT_FALSE(settings.load.bAutoBid2Fwd); // what is sound counts
     EXPECT_EQ(settings.app.iPaneSplit, 221);
     EXPECT_EQ(settings.app.cOctMidC, 4);
@@ -84,11 +87,17 @@ TEST_F(Settings, ValuesOfOtherVersionsStay) {
 
 TEST_F(Settings, UnfitTextsAreRefused) {
     const std::pair<const char*, const char*> cases[] = {
-        {"load.bConfirm", "maybe"}, {"app.iPaneSplit", "1.5"}, {"app.iPaneSplit", "99999999999"},
-        {"app.cOctMidC", "128"},    {"pset", "101"},           {"app.awColWidths", "[1]"},
-        {"no.such", "1"},           {"load.bConfirm", "true\ny = 1"},
+        {"load.bConfirm", "maybe"},
+        {"app.iPaneSplit", "1.5"},
+        {"app.iPaneSplit", "99999999999"},
+        {"app.cOctMidC", "128"},
+        {"pset", "101"},
+        {"app.awColWidths", "[1]"},
+        {"no.such", "1"},
+        {"load.bConfirm", "true\ny = 1"},
     };
-    for (const auto& [name, text] : cases) EXPECT_FALSE(setSetting(settings, name, text)) << name << " " << text;
+    for (const auto& [name, text] : cases)
+        EXPECT_FALSE(setSetting(settings, name, text)) << name << " " << text;
     EXPECT_EQ(runContext().error.context, "Settings");
     EXPECT_TRUE(setSetting(settings, "mt.acVKeys", std::string(50, 'Q')));
     EXPECT_EQ(settings.mt.acVKeys.size(), 36U);
@@ -96,5 +105,5 @@ TEST_F(Settings, UnfitTextsAreRefused) {
     EXPECT_TRUE(settings.load.bConfirm);
 }
 
-}  // namespace
-}  // namespace kv
+} // namespace
+} // namespace kv

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <set>
 
 #include "base/byte_sink.h"
 #include "formats/framework/format_row.h"
@@ -76,6 +77,7 @@ struct SaveAllResult {
     int walked = 0; ///< items gone over, skipped ones too
     int saved = 0, failed = 0;
     bool cancelled = false;
+    std::set<std::filesystem::path> written; ///< never written to again: items of one name get numbers
 };
 /// Saves all items of the kind that the row holds. False when there was nothing to begin with; failures of
 /// single items are shown and counted.
