@@ -40,6 +40,7 @@ void check(u32 word, ByteSpan bytes) {
     SampleEncoder(word).encode(std::span<const T>(whole), once);
     const std::vector<T> back = decoded<T>(word, once, count, count);
     SampleEncoder(word).encode(std::span<const T>(back), twice);
+    if (form.code() == kDeltaPcm16 && form.isUnsigned()) return; // read as unsigned, never written so
     // The law encoders depart from the standard and don't settle; all others do.
     const bool law = (form.code() & (kMuLaw | kALaw | kRevMuLaw | kRevALaw)) != 0;
     require(law || form.code() == kFloat64 || once == twice, "encoding settles");

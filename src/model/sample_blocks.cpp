@@ -285,11 +285,12 @@ Bytes splitPlanes(ByteSpan interleaved, std::size_t sampleBytes) {
 
 bool copyRun(const SampleBlocks::StoredRun& run, ByteSink& sink) {
     SampleBuffer<std::byte> buffer;
-    if (!buffer.allocate(kWriteBytes)) return Fail(kWriteContext, "Out of memory");
+    const auto size = static_cast<std::size_t>(std::min<u64>(kWriteBytes, run.bytes));
+    if (!buffer.allocate(size)) return Fail(kWriteContext, "Out of memory");
     for (u64 done = 0; done < run.bytes;) {
         if (CancelRequested()) return Fail(kWriteContext, "Cancelled");
         const std::span<std::byte> part =
-            buffer.span().first(static_cast<std::size_t>(std::min<u64>(kWriteBytes, run.bytes - done)));
+            buffer.span().first(static_cast<std::size_t>(std::min<u64>(size, run.bytes - done)));
         if (run.source->readAt(run.start + done, part) != part.size()) {
             return Fail(kReadContext, "Reading from file failed");
         }
