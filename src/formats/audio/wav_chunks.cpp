@@ -18,6 +18,9 @@ namespace {
 
 constexpr int kMaxDepth = 16; // of LISTs within LISTs; real files have one
 constexpr u32 kUnknown32 = 0xFFFFFFFF;
+// What our own longest texts take in UTF-8.
+constexpr std::size_t kLabelBytes = 4 * decltype(CuePoint::label)::kLimit;
+constexpr std::size_t kNoteBytes = 4 * decltype(CuePoint::note)::kLimit;
 
 /// Reads up to `size` bytes at a place.
 Bytes readAt(FileContext& file, u64 offset, std::size_t size) {
@@ -507,7 +510,7 @@ void WavParser::cues(const Chunk& chunk) {
 }
 
 void WavParser::label(const Chunk& chunk, bool isNote) {
-    const Bytes bytes = readContents(*file_.source, chunk, isNote ? 4 + 6000 : 4 + 260);
+    const Bytes bytes = readContents(*file_.source, chunk, 4 + (isNote ? kNoteBytes : kLabelBytes));
     ByteCursor in(bytes);
     Cue* cue = findCue(in.integer<u32>(order_));
     if (!cue || !in.ok()) return;
