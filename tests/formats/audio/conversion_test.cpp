@@ -196,6 +196,28 @@ TEST_F(Drivers, SaveAllSaysWhenThereIsNothing) {
     EXPECT_EQ(failure(), "Save all in multiple files: No waveforms to save!");
 }
 
+TEST_F(Drivers, AWaveTakesOverTheSamplesOfAFile) {
+    import(wavWith(std::vector<i16>(50, 7)), "new.wav");
+    Wave* wave = import(wavWith(samples));
+    wave->params.loopFlags = kLooped;
+    wave->params.loopStart = 10;
+    wave->params.loopEnd = 40;
+    ASSERT_TRUE(ReplaceWaveFromFile(*wave, folder / "new.wav")) << failure();
+    EXPECT_EQ(store().First<Wave>(), wave);
+    EXPECT_EQ(store().count(kWaveClass), 1U);
+    EXPECT_EQ(wave->frames, 50U);
+    EXPECT_EQ(wave->samples16.span()[49], 7);
+    EXPECT_FALSE(wave->reloadable);
+    EXPECT_TRUE(wave->params.looped()); // a file without a loop leaves the old one alone
+    EXPECT_EQ(wave->params.loopEnd, 40);
+    EXPECT_FALSE(ReplaceWaveFromFile(*wave, folder / "missing"));
+    EXPECT_EQ(wave->samples16.span()[49], 7);
+    test::writeFile(folder / "empty.w64", {});
+    EXPECT_FALSE(ReplaceWaveFromFile(*wave, folder / "empty.w64"));
+    EXPECT_EQ(failure(), "ReplaceWaveFromFile: Missing data in wave file?");
+    EXPECT_EQ(store().pushedDepth(), 0U);
+}
+
 TEST_F(Drivers, TextLines) {
     Bytes text;
     for (const char c : std::string("one\r\nsecond\n\nlast")) text.push_back(static_cast<std::byte>(c));
