@@ -237,6 +237,26 @@ void Wave64Parser::settleFrames(u64 dataBytes) {
     if (fileChannels_ > 2) wave_.reader = &wavReader;
 }
 
+/// The head of a chunk; `size` counts it.
+ByteWriter& chunk(ByteWriter& out, const Guid& guid, u64 size) {
+    return out.bytes(bytesOfGuid(guid)).u64le(size);
+}
+
+/// The list chunk, if there is any text.
+void writeTexts(ByteWriter& out, const Wave& wave) {
+    u32 count = 0;
+    ByteWriter texts;
+    for (const TextRow& row : kTexts) {
+        const std::u16string wide = Utf8ToWide(row.get(wave));
+        if (wide.empty()) continue;
+        ++count;
+        texts.u32le(row.id).u32le(static_cast<u32>(wide.size() * 2));
+        for (const char16_t unit : wide) texts.u16le(unit);
+    }
+    if (count == 0) return;
+    chunk(out, kList, kChunkHeaderBytes + 4 + texts.size()).u32le(count).bytes(texts.view()).pad(8);
+}
+
 } // namespace
 
 bool isWave64Header(ByteSpan start) {
@@ -265,41 +285,26 @@ bool w64_Exp(Item& item, FileContext& file, u32 formatWord, u32, bool perWave, f
     reportLosses(wave, kKeepsRate | kKeepsTexts);
     const u32 block = channels * sort->bytes;
     const u64 dataBytes = u64{blocks->frames()} * block;
-    const auto chunk = [](ByteWriter& out, const Guid& guid, u64 size) -> ByteWriter& {
-        return out.bytes(bytesOfGuid(guid)).u64le(size);
-    };
     ByteWriter head;
     chunk(head, kFmt, 40).u16le(sort->tag).u16le(static_cast<u16>(channels)).u32le(wave.sampleRate);
     head.u32le(wave.sampleRate * block)
         .u16le(static_cast<u16>(block))
         .u16le(static_cast<u16>(sort->bytes * 8));
     if (sort->tag != kWavPcm) chunk(head, kFact, 32).u64le(blocks->frames());
+    // The texts stand ahead of the data, and no padding behind it: a widespread reader takes all that
+    // follows for samples.
+    writeTexts(head, wave);
     chunk(head, kData, kChunkHeaderBytes + dataBytes);
 
-    ByteWriter tail;
-    tail.fill(static_cast<std::size_t>((8 - dataBytes % 8) % 8));
-    u32 count = 0;
-    ByteWriter texts;
-    for (const TextRow& row : kTexts) {
-        const std::u16string wide = Utf8ToWide(row.get(wave));
-        if (wide.empty()) continue;
-        ++count;
-        texts.u32le(row.id).u32le(static_cast<u32>(wide.size() * 2));
-        for (const char16_t unit : wide) texts.u16le(unit);
-    }
-    if (count > 0) {
-        chunk(tail, kList, kChunkHeaderBytes + 4 + texts.size()).u32le(count).bytes(texts.view());
-        tail.fill((8 - (4 + texts.size()) % 8) % 8);
-    }
     ByteWriter form;
-    chunk(form, kRiff, kFileHeaderBytes + head.size() + dataBytes + tail.size()).bytes(bytesOfGuid(kWave));
+    chunk(form, kRiff, kFileHeaderBytes + head.size() + dataBytes).bytes(bytesOfGuid(kWave));
 
     u32 word = formatWord & (kCodeMask | kMonoBit | kStereoBit);
     if (sort->code == kPcm8) word |= kUnsigned;
-    if (!file.write(form.view()) || !file.write(head.view()))
+    if (!file.write(form.view()) || !file.write(head.view())) {
         return Fail("w64_Exp", "Writing to file failed");
-    if (!writeSamples(*blocks, word, *file.sink)) return false;
-    return file.write(tail.view()) || Fail("w64_Exp", "Writing to file failed");
+    }
+    return writeSamples(*blocks, word, *file.sink);
 }
 
 } // namespace kv

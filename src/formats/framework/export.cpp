@@ -162,16 +162,25 @@ void fixUpForExport(const Item& item) {
     FixUpAll(kAllClasses & ~classOf(item.id()));
 }
 
+namespace {
+
+/// Brings in what still has to be read from the very file that is going to be replaced.
+bool loadWavesOf(const fs::path& path) {
+    std::error_code ignored;
+    if (!fs::exists(path, ignored)) return true;
+    for (Wave& wave : store().all<Wave>()) {
+        if (wave.resident() || !wave.hasFile() || !fs::equivalent(wave.sourceFile, path, ignored)) continue;
+        if (!wave.LoadData()) return false;
+        wave.reloadable = false;
+    }
+    return true;
+}
+
+} // namespace
+
 bool exportToFile(const FormatRow& row, const fs::path& path, Item* item, u32 wantedFormat, f32 bitRate,
                   bool allowEmpty) {
-    // What still has to be read from the very file that is replaced must come into memory first.
-    for (Wave& wave : store().all<Wave>()) {
-        std::error_code ignored;
-        if (!wave.resident() && wave.hasFile() && fs::equivalent(wave.sourceFile, path, ignored)) {
-            if (!wave.LoadData()) return false;
-            wave.reloadable = false;
-        }
-    }
+    if (!loadWavesOf(path)) return false;
     const std::unique_ptr<SaveFile> file = SaveFile::create(path);
     if (!file) return Fail("Export", "Could not create file");
     if (!exportItem(*file, row, path, item, wantedFormat, bitRate, allowEmpty)) return false;

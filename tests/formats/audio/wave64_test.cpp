@@ -15,7 +15,6 @@ TEST_F(Wave64, HoldsEveryFormAndText) {
         wave->artist = "J\xC3\xBCrgen \xF0\x9F\x8E\xB9";
         wave->comments = "odd";
         const Bytes first = test::readFile(exportAs("a.w64", code | kMonoBit));
-        EXPECT_EQ(first.size() % 8, 0U);
         ByteCursor size(ByteSpan(first).subspan(16));
         EXPECT_EQ(size.u64le(), first.size());
         ASSERT_TRUE(Import(folder / "a.w64", false)) << failure();
@@ -43,7 +42,7 @@ TEST_F(Wave64, SaysWhatIsMissing) {
     EXPECT_FALSE(import(bad, "b.w64"));
     EXPECT_EQ(failure(), "w64_Imp: Couldn't find fmt chunk!");
     bad = good;
-    bad[40 + 40 + 32] = std::byte{'x'};
+    bad[textOf(good).find("data\xF3")] = std::byte{'x'};
     EXPECT_FALSE(import(bad, "b.w64"));
     EXPECT_EQ(failure(), "w64_Imp: Couldn't find data chunk!");
     bad = good;
