@@ -47,7 +47,7 @@ function(kv_test name)
   target_compile_definitions(test_${name} PRIVATE
     KV_SOURCE_DIR="${PROJECT_SOURCE_DIR}" KV_CORPUS_DIR="${PROJECT_SOURCE_DIR}/../shared/corpus")
   gtest_discover_tests(test_${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
-    PROPERTIES LABELS "${name}" TIMEOUT 120)
+    PROPERTIES LABELS "${name}" TIMEOUT 120 ENVIRONMENT ASAN_OPTIONS=allocator_may_return_null=1)
 endfunction()
 
 # kv_fuzz(NAME SOURCE DEPENDS modules...): a fuzz target over fuzz/seeds/NAME. With libFuzzer it fuzzes;

@@ -13,6 +13,9 @@ elseif(KV_LLD)
   add_link_options(-fuse-ld=lld)
 endif()
 
+# A shared library that nothing is used of must not be loaded at every start.
+add_link_options(-Wl,--as-needed)
+
 add_library(kv_flags INTERFACE)
 target_compile_options(kv_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)

@@ -11,11 +11,11 @@ import pathlib
 import struct
 
 RATE = 44100
-FRAMES = RATE * 9 // 10
-LOOP_CYCLES = 110  # of the fundamental
-LOOP_LENGTH = LOOP_CYCLES * RATE // 440  # 110 cycles of 440 Hz are 11025 frames, exactly
-LOOP_END = FRAMES - 100  # one past the last looped frame
-LOOP_START = LOOP_END - LOOP_LENGTH
+HZ = 441  # A4 to four cents: 100 frames a cycle
+FRAMES = 26000
+LOOP_START = 20000
+LOOP_END = 25000  # one past the last looped frame
+LOOP_CYCLES = (LOOP_END - LOOP_START) * HZ // RATE
 
 # Ratio to the strike note, level, seconds until it has fallen by 60 dB, and level in the loop.
 # What sounds in the loop goes through whole cycles there: ratio * LOOP_CYCLES is a whole number.
@@ -42,7 +42,7 @@ def frame(n):
     for ratio, level, fall, looped in PARTIALS:
         dying = level * 10 ** (-3 * t / fall)
         amplitude = dying * struck + looped * (1 - struck)
-        total += amplitude * math.sin(2 * math.pi * 440 * ratio * t)
+        total += amplitude * math.sin(2 * math.pi * HZ * ratio * t)
     return total * min(1.0, n / 40)  # a strike of a millisecond, without a click
 
 

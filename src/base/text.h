@@ -26,6 +26,8 @@ public:
         return *this;
     }
 
+    Text& operator=(const char* text) { return *this = std::string_view(text); }
+
     operator std::string_view() const { return text_; }
     std::string_view view() const { return text_; }
     const std::string& str() const { return text_; }

@@ -62,6 +62,11 @@ public:
           source_(std::move(source)),
           at_(start) {}
 
+    std::optional<StoredRun> storedAs(u32 word) const override {
+        if (!form_.sameAs(StoredForm(word))) return {};
+        return StoredRun{source_.get(), at_, form_.storedBytes(u64{channels()} * frames())};
+    }
+
 protected:
     bool readNative(std::span<i16> to) override { return readInto(to); }
     bool readNative(std::span<f32> to) override { return readInto(to); }
@@ -235,7 +240,7 @@ std::unique_ptr<SampleBlocks> openSamples(const Wave& wave, bool preferFloat) {
 namespace {
 
 constexpr std::string_view kWriteContext = "gen_ExpWave";
-constexpr std::size_t kBlockFrames = 16384; // what passes through the cache at once
+constexpr std::size_t kBlockFrames = 16384;  // what passes through the cache at once
 constexpr std::size_t kWriteBytes = 1 << 20; // few large writes cost the system less than many small ones
 
 /// Reads blocks in the form that an encoder takes, in the channels that are written.
@@ -252,8 +257,10 @@ public:
         if (!blocks_.read(target)) return {};
         if (channels_ == blocks_.channels()) return target;
         adapted_.resize(frames * channels_);
-        if (channels_ == 2) monoToStereo(source_, adapted_);
-        else stereoToMono(source_, adapted_);
+        if (channels_ == 2)
+            monoToStereo(source_, adapted_);
+        else
+            stereoToMono(source_, adapted_);
         return adapted_;
     }
     bool changes() const { return channels_ != blocks_.channels(); }
@@ -276,16 +283,37 @@ Bytes splitPlanes(ByteSpan interleaved, std::size_t sampleBytes) {
     return planes;
 }
 
+bool copyRun(const SampleBlocks::StoredRun& run, ByteSink& sink) {
+    SampleBuffer<std::byte> buffer;
+    const auto size = static_cast<std::size_t>(std::min<u64>(kWriteBytes, run.bytes));
+    if (!buffer.allocate(size)) return Fail(kWriteContext, "Out of memory");
+    for (u64 done = 0; done < run.bytes;) {
+        if (CancelRequested()) return Fail(kWriteContext, "Cancelled");
+        const std::span<std::byte> part =
+            buffer.span().first(static_cast<std::size_t>(std::min<u64>(size, run.bytes - done)));
+        if (run.source->readAt(run.start + done, part) != part.size()) {
+            return Fail(kReadContext, "Reading from file failed");
+        }
+        if (!sink.write(part)) return Fail(kWriteContext, "Writing to file failed");
+        done += part.size();
+        ShowProgress(done, run.bytes);
+    }
+    ShowProgress(0, 0);
+    return true;
+}
+
 template <class T>
 bool writeEncoded(SampleBlocks& blocks, u32 word, u32 channels, ByteSink& sink) {
     const StoredForm form(word);
     const std::size_t frameBytes = std::size_t{form.writtenBytes()} * channels;
     const bool planes = form.sequential() && channels == 2;
     // Planes are split at the end, so all of them must be at hand.
-    const u64 gathered = planes ? u64{blocks.frames()} : std::max<u64>(kWriteBytes / frameBytes, kBlockFrames);
+    const u64 gathered =
+        planes ? u64{blocks.frames()} : std::max<u64>(kWriteBytes / frameBytes, kBlockFrames);
     ChannelAdapter<T> adapter(blocks, channels);
     SampleEncoder encoder(word);
-    const bool sameForm = form.isWorkingForm() && form.isFloat() == std::is_same_v<T, f32> && !adapter.changes();
+    const bool sameForm =
+        form.isWorkingForm() && form.isFloat() == std::is_same_v<T, f32> && !adapter.changes();
     SampleBuffer<std::byte> buffer;
     if (!buffer.allocate(static_cast<std::size_t>(std::min<u64>(gathered, blocks.frames())) * frameBytes)) {
         return Fail(kWriteContext, "Out of memory");
@@ -337,6 +365,8 @@ bool writeSamples(SampleBlocks& blocks, u32 formatWord, ByteSink& sink) {
     if (writableSampleBytes(formatWord) == 0) return false;
     const u32 channels = writableChannels(blocks.channels(), formatWord);
     if (channels == 0) return false;
+    const std::optional<SampleBlocks::StoredRun> run = blocks.storedAs(formatWord);
+    if (run && channels == blocks.channels()) return copyRun(*run, sink);
     // Mixing two channels down rounds in 16 bits, so what is to be mixed as float must be float by then.
     const bool mixes = channels < blocks.channels();
     const bool straight = !blocks.isFloat() && !mixes && StoredForm(formatWord).encodesFromEither();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -27,6 +28,16 @@ public:
     /// set on failure.
     bool read(std::span<i16> to);
     bool read(std::span<f32> to);
+
+    /// Bytes in a file that are the samples in a stored form, from the first one on.
+    struct StoredRun {
+        ByteSource* source;
+        u64 start;
+        u64 bytes;
+    };
+    /// The samples as they are stored, if that is in the form of `word`: to be copied without decoding,
+    /// which loses bits of what is longer than a float's fraction or coded by other rules than ours.
+    virtual std::optional<StoredRun> storedAs(u32 /*word*/) const { return {}; }
 
 protected:
     SampleBlocks(u32 channels, u32 frames, bool isFloat)

@@ -1,6 +1,11 @@
 // Vector forms of the kernels, compiled once for each instruction set and chosen at run time.
+//
+// The choice is made here and not by Highway's own: its shared library measures the processor's timers
+// while it is loaded, which would cost every start of the program some milliseconds.
 #include "samples/kernels.h"
 
+// More than these gains nothing for kernels that wait for memory.
+#define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_AVX3 | HWY_AVX3_DL)
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "samples/kernels_simd.cpp"
 #include <hwy/foreach_target.h>
@@ -114,28 +119,46 @@ HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
 namespace kv {
+namespace {
 
-HWY_EXPORT(int16ToFloat);
-HWY_EXPORT(floatToInt16);
-HWY_EXPORT(packed24ToFloat);
-HWY_EXPORT(floatToPacked24);
-HWY_EXPORT(int16ToPacked24);
+#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
+bool hasAvx2() {
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") && __builtin_cpu_supports("bmi2");
+}
+bool hasSse4() {
+    return __builtin_cpu_supports("sse4.2") != 0;
+}
+
+/// The form of a kernel for this processor.
+#define KV_CHOOSE(kernel) \
+    (hasAvx2() ? N_AVX2::kernel : hasSse4() ? N_SSE4::kernel : HWY_STATIC_DISPATCH(kernel))
+#else
+#define KV_CHOOSE(kernel) HWY_STATIC_DISPATCH(kernel)
+#endif
+
+} // namespace
 
 void int16ToFloat(std::span<const i16> from, std::span<f32> to) {
-    HWY_DYNAMIC_DISPATCH(int16ToFloat)(from.data(), to.data(), from.size());
+    static const auto kernel = KV_CHOOSE(int16ToFloat);
+    kernel(from.data(), to.data(), from.size());
 }
 void floatToInt16(std::span<const f32> from, std::span<i16> to) {
-    HWY_DYNAMIC_DISPATCH(floatToInt16)(from.data(), to.data(), from.size());
+    static const auto kernel = KV_CHOOSE(floatToInt16);
+    kernel(from.data(), to.data(), from.size());
 }
 void packed24ToFloat(ByteSpan from, std::span<f32> to) {
-    HWY_DYNAMIC_DISPATCH(packed24ToFloat)(reinterpret_cast<const u8*>(from.data()), to.data(), to.size());
+    static const auto kernel = KV_CHOOSE(packed24ToFloat);
+    kernel(reinterpret_cast<const u8*>(from.data()), to.data(), to.size());
 }
 void floatToPacked24(std::span<const f32> from, std::span<std::byte> to) {
-    HWY_DYNAMIC_DISPATCH(floatToPacked24)(from.data(), reinterpret_cast<u8*>(to.data()), from.size());
+    static const auto kernel = KV_CHOOSE(floatToPacked24);
+    kernel(from.data(), reinterpret_cast<u8*>(to.data()), from.size());
 }
 void int16ToPacked24(std::span<const i16> from, std::span<std::byte> to) {
-    HWY_DYNAMIC_DISPATCH(int16ToPacked24)(from.data(), reinterpret_cast<u8*>(to.data()), from.size());
+    static const auto kernel = KV_CHOOSE(int16ToPacked24);
+    kernel(from.data(), reinterpret_cast<u8*>(to.data()), from.size());
 }
+#undef KV_CHOOSE
 
 } // namespace kv
 #endif

@@ -110,6 +110,11 @@ bool StoredForm::isFloat() const {
     return row && row->toFloat;
 }
 
+bool StoredForm::sameAs(StoredForm other) const {
+    constexpr u32 kMeaning = kCodeMask | kSequential | kUnsigned | kByteswap | kPaddedMsb;
+    return (word_ & kMeaning) == (other.word_ & kMeaning);
+}
+
 bool StoredForm::isWorkingForm() const {
     return !swapped() && ((code() == kPcm16 && !isUnsigned()) || code() == kFloat32);
 }

@@ -27,6 +27,8 @@ public:
     u64 storedBytes(u64 count) const { return (count * storedBits() + 7) / 8; }
     /// Decodes to float, else to 16-bit integers.
     bool isFloat() const;
+    /// The same bytes mean the same samples; channel bits of the words don't count.
+    bool sameAs(StoredForm other) const;
     /// The stored bytes are the working form's.
     bool isWorkingForm() const;
     /// Decodes in pieces of any number of samples; else only as a whole.

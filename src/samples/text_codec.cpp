@@ -1,5 +1,6 @@
 #include "samples/text_codec.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 
@@ -194,6 +195,20 @@ std::size_t FileExtension(std::string_view path) {
     if (point == std::string_view::npos) return path.size();
     if (point + 1 == name.size() && point > 0 && name[point - 1] == '.') return path.size();
     return path.size() - name.size() + point;
+}
+
+i32 WideToInt(std::string_view text, i32 fallback) {
+    bool negative = false;
+    std::size_t at = 0;
+    for (; at < text.size() && (text[at] < '0' || text[at] > '9'); ++at) {
+        if (text[at] == '-' || text[at] == '+') negative = text[at] == '-';
+    }
+    if (at == text.size()) return fallback;
+    i64 value = 0;
+    for (; at < text.size() && text[at] >= '0' && text[at] <= '9' && value <= INT32_MAX; ++at) {
+        value = value * 10 + (text[at] - '0');
+    }
+    return static_cast<i32>(std::min<i64>(value, INT32_MAX)) * (negative ? -1 : 1);
 }
 
 } // namespace kv

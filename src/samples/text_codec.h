@@ -29,4 +29,8 @@ std::string_view FileNamePart(std::string_view path);
 /// Place of the last "." of the name part, or the end. A "." that ends the path behind another doesn't count.
 std::size_t FileExtension(std::string_view path);
 
+/// The number in a text: skips to the first digit, where a "-" or "+" on the way decides the sign, and
+/// stops at the next non-digit; `fallback` without any digit. Limited to the range of the type.
+i32 WideToInt(std::string_view text, i32 fallback);
+
 } // namespace kv

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/run_context.h"
+#include "formats/framework/losses.h"
 #include "model/collection.h"
 #include "model/fix_up.h"
 #include "model/sample_blocks.h"
@@ -33,16 +34,17 @@ void setSource(Wave& wave, const RawSource& source, u64 fileSize, u64 size) {
 
 } // namespace
 
-bool raw_Imp(Collection&, FileContext& file, u32 subType) {
+bool importRaw(FileContext& file, u32 word) {
     Wave* wave = store().Create<Wave>(kNextFreeNumber, &genericReader);
     RawSource source;
-    source.dataFormat = subType;
+    source.dataFormat = word;
     setSource(*wave, source, file.size(), file.size());
     return true;
 }
 
 bool raw_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool, f32) {
     if (classOf(item.id()) != kWaveClass) return Fail("raw_Exp", "The file format can not save this item");
+    reportLosses(static_cast<const Wave&>(item), 0);
     constexpr u32 kFlags = kSequential | kUnsigned | kByteswap | kPaddedMsb;
     return gen_ExpWave(*file.sink, static_cast<const Wave&>(item), formatWord | (subType & kFlags));
 }

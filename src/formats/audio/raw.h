@@ -10,8 +10,12 @@ class Item;
 class Wave;
 struct RawSource;
 
-/// Reads a file as mono samples at 22050 Hz; the sub-type is the data format word.
-bool raw_Imp(Collection& collection, FileContext& file, u32 subType);
+/// Reads a file as mono samples at 22050 Hz, of a data format code and the flags of the sub-type.
+bool importRaw(FileContext& file, u32 word);
+template <u32 Code>
+bool raw_Imp(Collection&, FileContext& file, u32 subType) {
+    return importRaw(file, Code | subType);
+}
 /// Writes a wave's samples; the sub-type's flags join the word.
 bool raw_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool perWave, f32 bitRate);
 

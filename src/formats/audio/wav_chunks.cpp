@@ -18,6 +18,9 @@ namespace {
 
 constexpr int kMaxDepth = 16; // of LISTs within LISTs; real files have one
 constexpr u32 kUnknown32 = 0xFFFFFFFF;
+// What our own longest texts take in UTF-8.
+constexpr std::size_t kLabelBytes = 4 * decltype(CuePoint::label)::kLimit;
+constexpr std::size_t kNoteBytes = 4 * decltype(CuePoint::note)::kLimit;
 
 /// Reads up to `size` bytes at a place.
 Bytes readAt(FileContext& file, u64 offset, std::size_t size) {
@@ -292,7 +295,7 @@ struct Cue {
 
 class WavParser {
 public:
-    WavParser(FileContext& file, Wave& wave) : file_(file), wave_(wave) {}
+    WavParser(FileContext& file, Wave& wave, u64 rangeEnd) : file_(file), wave_(wave), rangeEnd_(rangeEnd) {}
 
     bool walk(u64 start, u64 end, int depth);
     bool complete() const { return formatSeen_ && dataSeen_; }
@@ -327,6 +330,7 @@ private:
     /// count.
     i64 frameCode_ = 0;
     u64 dataBytes_ = 0;
+    u64 rangeEnd_ = 0;       ///< where the form can reach to, whatever it says
     bool openEnded_ = false; ///< the form's own size says nothing
     bool wide_ = false;      ///< 64-bit sizes stand in a chunk of their own
     std::optional<u64> wideData_, wideFrames_;
@@ -367,6 +371,10 @@ bool WavParser::walk(u64 start, u64 end, int depth) {
                     walker.setSize(chunk, *wideData_);
                 else if (unknown)
                     walker.setSize(chunk, file_.size());
+                // A form that says less than its data does is wrong, not the data.
+                if (!wide_ && chunk.size < chunk.statedSize && !unknown) {
+                    chunk.size = std::min(chunk.statedSize, rangeEnd_ - chunk.start);
+                }
                 if (!dataSeen_) data(chunk);
                 break;
             }
@@ -408,8 +416,7 @@ bool WavParser::walk(u64 start, u64 end, int depth) {
 }
 
 bool WavParser::form(const Chunk& chunk, u64 end, int depth) {
-    if (textOf(readContents(*file_.source, chunk, 4)) != "WAVE")
-        return Fail("wav_Imp", "Not a RIFF WAVE file");
+    if (textOf(readAt(file_, chunk.start, 4)) != "WAVE") return Fail("wav_Imp", "Not a RIFF WAVE file");
     if (chunk.id == fourcc("RIFX")) order_ = std::endian::big;
     wide_ = chunk.id == fourcc("RF64") || chunk.id == fourcc("BW64");
     u64 formEnd = chunk.end();
@@ -465,7 +472,7 @@ void WavParser::finish() {
     if (wave_.frames > held) {
         runContext().diagnostics.warn(wave_.sourceOffset, "fact",
                                       fmt::format("{} frames stated, {} are there", wave_.frames, held));
-        wave_.reader = &wavReader; // lowers the count when the samples come in
+        wave_.frames = saturate<u32>(static_cast<f64>(held));
     }
     rememberWavLayout(wave_, format_, dataBytes_);
     for (const Cue& cue : cues_) {
@@ -503,7 +510,7 @@ void WavParser::cues(const Chunk& chunk) {
 }
 
 void WavParser::label(const Chunk& chunk, bool isNote) {
-    const Bytes bytes = readContents(*file_.source, chunk, isNote ? 4 + 6000 : 4 + 260);
+    const Bytes bytes = readContents(*file_.source, chunk, 4 + (isNote ? kNoteBytes : kLabelBytes));
     ByteCursor in(bytes);
     Cue* cue = findCue(in.integer<u32>(order_));
     if (!cue || !in.ok()) return;
@@ -635,7 +642,7 @@ void WavParser::mesa(const Chunk& chunk) {
 
 bool wav_ImpChunks(FileContext& file, u64 start, u64 end, Wave& wave) {
     if (!file.source) return Fail("wav_Imp", "No wave data found!");
-    WavParser parser(file, wave);
+    WavParser parser(file, wave, std::min(end, file.size()));
     if (!parser.walk(start, end, 0)) return false;
     if (!parser.complete()) return Fail("wav_Imp", "No wave data found!");
     parser.finish();

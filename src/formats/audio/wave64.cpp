@@ -6,6 +6,7 @@
 #include "base/run_context.h"
 #include "formats/audio/wav_chunks.h"
 #include "formats/audio/wav_reader.h"
+#include "formats/framework/losses.h"
 #include "model/collection.h"
 #include "model/sample_blocks.h"
 #include "model/store.h"
@@ -230,10 +231,10 @@ void Wave64Parser::settleFrames(u64 dataBytes) {
     u64 frames = frames_;
     if (frames == 0) frames = std::min<u64>(held, 0x80000000);
     frames = std::min<u64>(frames, 0x7FFFFFFF8 / std::max(wave_.bits, 1U));
-    wave_.frames = static_cast<u32>(std::min<u64>(frames, 0xFFFFFFFF));
+    wave_.frames = static_cast<u32>(std::min<u64>({frames, held, 0xFFFFFFFF}));
     wave_.sourcePrivate[3] = static_cast<u32>(dataBytes);
     wave_.sourcePrivate[4] = static_cast<u32>(dataBytes >> 32);
-    if (fileChannels_ > 2 || frames > held) wave_.reader = &wavReader;
+    if (fileChannels_ > 2) wave_.reader = &wavReader;
 }
 
 } // namespace
@@ -261,6 +262,7 @@ bool w64_Exp(Item& item, FileContext& file, u32 formatWord, u32, bool perWave, f
     const u32 channels = blocks ? writableChannels(wave.channels, formatWord) : 0;
     if (channels == 0) return false;
 
+    reportLosses(wave, kKeepsRate | kKeepsTexts);
     const u32 block = channels * sort->bytes;
     const u64 dataBytes = u64{blocks->frames()} * block;
     const auto chunk = [](ByteWriter& out, const Guid& guid, u64 size) -> ByteWriter& {

@@ -3,86 +3,79 @@
 #include <algorithm>
 #include <array>
 
+#include "base/text.h"
+
 namespace kv {
 namespace {
 
-constexpr std::size_t kLookBytes = 32768;
 constexpr int kCertain = 9;
-constexpr int kWeakest = 2; // a best score up to this counts as none
+constexpr int kNameScore = 3;
+constexpr int kCatchAllNameScore = 2;
+constexpr std::size_t kExtensionCharacters = 64;
+constexpr std::size_t kPlatformNameBytes = 80;
 
-/// What stands behind the last "." of the path, the whole path if there is none; at most 64 characters.
-std::string_view extensionOf(const std::filesystem::path& path) {
-    const std::string_view text = path.native();
-    const std::size_t point = text.rfind('.');
-    return text.substr(point == std::string_view::npos ? 0 : point + 1).substr(0, 64);
+/// "?" is any one character, "*" any rest; both sides in upper case.
+bool matches(std::string_view pattern, std::string_view text) {
+    for (std::size_t i = 0; i < pattern.size(); ++i) {
+        if (pattern[i] == '*') return true;
+        if (i >= text.size() || (pattern[i] != '?' && pattern[i] != text[i])) return false;
+    }
+    return pattern.size() == text.size();
 }
 
-struct Best {
-    int row = -1;
-    int score = -1;
-
-    void offer(int candidate, int candidateScore) {
-        // Rows come in any order; of equal scores the earlier row wins.
-        if (candidateScore < score || (candidateScore == score && candidate > row)) return;
-        row = candidate;
-        score = candidateScore;
-    }
-};
+/// At most `limit` bytes, cut behind a whole character.
+std::string_view cutToBytes(std::string_view text, std::size_t limit) {
+    if (text.size() <= limit) return text;
+    while (limit > 0 && (static_cast<u8>(text[limit]) & 0xC0) == 0x80) --limit;
+    return text.substr(0, limit);
+}
 
 } // namespace
 
-int DetectFile(const FormatTable& table, const std::filesystem::path& path, FileContext& file,
-               int& confidence) {
-    thread_local std::array<std::byte, kLookBytes> buffer;
-    const u64 size = file.size();
-    const std::size_t count = file.source ? file.source->readAt(0, buffer) : 0;
-    const ByteSpan start(buffer.data(), count);
-
-    thread_local std::vector<int> named;
-    named.clear();
-    table.rowsForExtension(extensionOf(path), named);
-
-    // Only two sorts of rows can win: those that look at the file and find something, and those with the
-    // file's extension. The rest score at most 2, like row 0 without its name score.
-    Best best;
-    const auto answer = [&](int number) {
-        const FormatRow& row = *table.row(number);
-        return row.detectFn ? row.detectFn(start, row.subType, size) : 0;
-    };
-    for (const int number : table.rowsThatLook()) best.offer(number, answer(number));
-    for (const int number : named) best.offer(number, (number == 0 ? 2 : 3) + answer(number));
-    if (table.size() > 0 && best.score <= kWeakest) {
-        for (int i = 0; i < table.size(); ++i) {
-            if (table.row(i)->reads()) best.offer(i, answer(i));
+int DetectBytes(const FormatTable& table, const std::filesystem::path& path, ByteSpan start, u64 fileSize,
+                int& confidence) {
+    const std::string extension = toUpper(cutToCharacters(pathExtension(path), kExtensionCharacters));
+    int best = -1;
+    int chosen = -1;
+    for (const FormatTable::Probe& probe : table.probes()) {
+        int score = probe.detect ? probe.detect(start, probe.subType, fileSize) : 0;
+        if (matches(probe.pattern, extension)) score += probe.row == 0 ? kCatchAllNameScore : kNameScore;
+        if (score > best) {
+            best = score;
+            chosen = probe.row;
         }
     }
+    confidence = 0;
+    if (best <= 2) best = 0;
+    if (best == 0 && !table.RowExtension(chosen).starts_with('*')) return -1;
+    if (chosen != 0) confidence = best * 100 / kCertain;
+    return chosen;
+}
 
-    const int score = best.score <= kWeakest ? 0 : best.score;
-    if (best.row < 0 || (score == 0 && !table.RowExtension(best.row).starts_with('*'))) {
-        confidence = 0;
-        return -1;
-    }
-    confidence = best.row == 0 ? 0 : score * 100 / kCertain;
-    return best.row;
+int DetectFile(const FormatTable& table, const std::filesystem::path& path, FileContext& file,
+               int& confidence) {
+    std::array<std::byte, kDetectionBytes> buffer; // not cleared: only what was read is used
+    const std::size_t count = file.source ? file.source->readAt(0, buffer) : 0;
+    return DetectBytes(table, path, ByteSpan(buffer).first(count), file.size(), confidence);
 }
 
 bool CanDetect(const FormatTable& table, const std::filesystem::path& path) {
-    FileContext file;
-    file.path = path;
-    file.source = openFileSource(path);
+    FileContext file{.source = openFileSource(path), .path = path};
     int confidence = 0;
     return file.source && DetectFile(table, path, file, confidence) >= 0;
 }
 
-FileDescription DescribeFile(const FormatTable& table, const std::filesystem::path& path) {
-    FileContext file;
-    file.path = path;
-    file.source = openFileSource(path);
-    if (!file.source) return {};
-    FileDescription result;
-    const int row = DetectFile(table, path, file, result.confidence);
-    result.text = row < 0 ? "Unknown file type" : std::string(table.RowDescription(row));
-    return result;
+void DescribeFile(const FormatTable& table, const std::filesystem::path& path, std::string& text,
+                  int& confidence, const TypeNameLookup& platformName) {
+    text.clear();
+    confidence = 0;
+    FileContext file{.source = openFileSource(path), .path = path};
+    if (!file.source) return;
+    const int row = DetectFile(table, path, file, confidence);
+    text = row < 0 ? "Unknown file type" : table.RowDescription(row);
+    if (confidence > 0 || !platformName) return;
+    const std::string name = platformName(pathExtension(path));
+    if (!name.empty()) text = cutToBytes(name, kPlatformNameBytes);
 }
 
 } // namespace kv

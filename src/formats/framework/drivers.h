@@ -5,11 +5,14 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <set>
 
 #include "base/byte_sink.h"
 #include "formats/framework/format_row.h"
 
 namespace kv {
+
+class Wave;
 
 inline constexpr u32 kAnyFormat = 0xFFFFFFF; ///< as a wanted format: what suits the item best
 inline constexpr int kDetectRow = -1;
@@ -76,10 +79,15 @@ struct SaveAllResult {
     int walked = 0; ///< items gone over, skipped ones too
     int saved = 0, failed = 0;
     bool cancelled = false;
+    std::set<std::filesystem::path> written; ///< never written to again: items of one name get numbers
 };
 /// Saves all items of the kind that the row holds. False when there was nothing to begin with; failures of
 /// single items are shown and counted.
 bool SaveAll(const SaveAllJob& job, SaveAllResult& result);
+
+/// Takes the samples of the first wave in a file over into a wave, with its loop if it has one. The store
+/// holds what it held before. False with the error pair set on failure; the wave is as it was then.
+bool ReplaceWaveFromFile(Wave& wave, const std::filesystem::path& path);
 
 /// A name as part of a file name: characters that file systems refuse are replaced, an extension that a
 /// format has is removed, "noname" when nothing is left.

@@ -42,9 +42,9 @@ struct FormatRow {
     DetectFn detectFn = nullptr;
     ImportFn importFn = nullptr; ///< none: the row doesn't read, or its reader isn't built
     ExportFn exportFn = nullptr; ///< none: the row doesn't write, or its writer isn't built
+    bool streams = false; ///< the writer takes samples block by block and never patches: works on a pipe
     OptionsFn optionsFn = nullptr;
     bool perWaveFormats = false; ///< every wave is stored in that wave's own preferred format
-    bool streams = false; ///< the writer takes samples block by block and never patches: works on a pipe
 
     constexpr bool reads() const { return (static_cast<u8>(use) & 1) != 0; }
     constexpr bool writes() const { return (static_cast<u8>(use) & 2) != 0; }

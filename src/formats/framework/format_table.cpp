@@ -1,200 +1,128 @@
 #include "formats/framework/format_table.h"
 
 #include <algorithm>
-#include <bit>
 
 #include "base/text.h"
-#include "samples/data_format.h"
 
 namespace kv {
 namespace {
 
-std::string_view withoutPoint(std::string_view extension) {
-    return extension.starts_with('.') ? extension.substr(1) : extension;
+constexpr bool imports(const FormatRow& row) {
+    return row.importFn != nullptr;
+}
+constexpr bool exports(const FormatRow& row) {
+    return row.exportFn != nullptr;
 }
 
-/// What stands behind the last ".", the whole path if there is none.
-std::string_view behindPoint(std::string_view path) {
-    const std::size_t point = path.rfind('.');
-    return point == std::string_view::npos ? path : path.substr(point + 1);
+/// The first row from `from` on that `wanted` accepts; -1 for none.
+template <class Predicate>
+int findRow(std::span<const FormatRow> rows, int from, Predicate wanted) {
+    const std::size_t start = std::min(static_cast<std::size_t>(std::max(from, 0)), rows.size());
+    const auto found = std::find_if(rows.begin() + static_cast<std::ptrdiff_t>(start), rows.end(), wanted);
+    return found == rows.end() ? -1 : static_cast<int>(found - rows.begin());
 }
 
 } // namespace
 
-bool extensionMatches(std::string_view pattern, std::string_view extension) {
-    for (std::size_t i = 0;; ++i) {
-        if (i < pattern.size() && pattern[i] == '*') return true;
-        if (i == pattern.size() || i == extension.size()) return pattern.size() == extension.size();
-        if (pattern[i] != '?' && !equalIgnoringCase(pattern.substr(i, 1), extension.substr(i, 1)))
-            return false;
-    }
+std::string_view pathExtension(const std::filesystem::path& path) {
+    const std::string_view whole = path.native();
+    return whole.substr(whole.rfind('.') + 1); // without a point: from 0
 }
 
 FormatTable::FormatTable(std::span<const FormatRow> rows) : rows_(rows) {
-    for (int i = 0; i < size(); ++i) {
-        const FormatRow& each = *row(i);
-        extensions_.insert(toLower(each.extension));
-        if (!each.reads()) continue;
-        const bool wild = each.extension.find_first_of("?*") != std::string_view::npos;
-        if (wild)
-            wildcards_.push_back(i);
-        else
-            byExtension_[toUpper(each.extension)].push_back(i);
-        if (each.detectFn && each.detectFn != detectAlways2) looking_.push_back(i);
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        const FormatRow& row = rows[i];
+        if (!row.reads()) continue;
+        probes_.push_back({static_cast<int>(i), row.detectFn, row.subType, toUpper(row.extension)});
     }
 }
 
 const FormatRow* FormatTable::row(int number) const {
-    return number >= 0 && number < size() ? &rows_[static_cast<std::size_t>(number)] : nullptr;
+    return number >= 0 && static_cast<std::size_t>(number) < rows_.size()
+               ? &rows_[static_cast<std::size_t>(number)]
+               : nullptr;
 }
 
-namespace {
-
-template <class Test>
-int firstRow(const FormatTable& table, int from, Test test) {
-    for (int i = std::max(from, 0); i < table.size(); ++i) {
-        if (test(*table.row(i))) return i;
-    }
-    return -1;
+bool FormatTable::EnumImportRows(int& row, std::string_view& extension, std::string_view& description,
+                                 u32& typeFlags) const {
+    const int found = findRow(rows_, row, imports);
+    if (found < 0) return false;
+    const FormatRow& next = *this->row(row = found);
+    extension = next.extension;
+    description = next.description;
+    typeFlags = next.typeFlags;
+    return true;
 }
 
-bool canImport(const FormatRow& row) {
-    return row.importFn != nullptr;
-}
-bool canExport(const FormatRow& row) {
-    return row.exportFn != nullptr;
-}
-
-} // namespace
-
-bool FormatTable::EnumImportRows(int& number) const {
-    number = firstRow(*this, number, canImport);
-    return number >= 0;
-}
-
-bool FormatTable::EnumExportRows(int& number) const {
-    number = firstRow(*this, number, canExport);
-    return number >= 0;
+bool FormatTable::EnumExportRows(int& row, std::string_view& extension, std::string_view& description,
+                                 u32& typeFlags, u32& dataMask, bool& perWave) const {
+    const int found = findRow(rows_, row, exports);
+    if (found < 0) return false;
+    const FormatRow& next = *this->row(row = found);
+    extension = next.extension;
+    description = next.description;
+    typeFlags = next.typeFlags;
+    dataMask = next.dataMask;
+    perWave = next.perWaveFormats;
+    return true;
 }
 
-f32 FormatTable::FormatOption(int number, int index, std::string* label) const {
-    const FormatRow* each = row(number);
-    return each && each->optionsFn ? each->optionsFn(index, each->subType, label) : 0.0F;
+bool FormatTable::FormatOption(int row, int index, f32& bitRate, std::string* label) const {
+    const FormatRow* found = this->row(row);
+    if (!found || !found->optionsFn) return false;
+    bitRate = found->optionsFn(index, found->subType, label);
+    return bitRate > 0;
 }
 
-bool FormatTable::RowCanExport(int number, u32 classMask) const {
-    const FormatRow* each = row(number);
-    return each && each->exportFn && (each->typeFlags & classMask) != 0;
+bool FormatTable::RowCanExport(int row, u32 classMask) const {
+    const FormatRow* found = this->row(row);
+    return found && exports(*found) && (found->typeFlags & classMask) != 0;
 }
 
-int FormatTable::RowByDescription(std::string_view description) const {
-    return firstRow(*this, 0,
-                    [&](const FormatRow& r) { return canExport(r) && r.description == description; });
+int FormatTable::RowByDescription(std::string_view text) const {
+    return findRow(rows_, 0, [&](const FormatRow& row) { return exports(row) && row.description == text; });
 }
 
-int FormatTable::RowByImportDescription(std::string_view description) const {
-    return firstRow(*this, 0,
-                    [&](const FormatRow& r) { return canImport(r) && r.description == description; });
+int FormatTable::RowByImportDescription(std::string_view text) const {
+    return findRow(rows_, 0, [&](const FormatRow& row) { return imports(row) && row.description == text; });
 }
 
 int FormatTable::RowByExtension(std::string_view extension, u32 classMask) const {
-    extension = withoutPoint(extension);
+    if (extension.starts_with('.')) extension.remove_prefix(1);
     if (extension.empty()) return -1;
-    return firstRow(*this, 0, [&](const FormatRow& r) {
-        return canExport(r) && (r.typeFlags & classMask) != 0 && equalIgnoringCase(r.extension, extension);
+    return findRow(rows_, 0, [&](const FormatRow& row) {
+        return exports(row) && (row.typeFlags & classMask) != 0 &&
+               equalIgnoringCase(row.extension, extension);
     });
 }
 
 int FormatTable::ImportRowForPath(const std::filesystem::path& path) const {
-    const std::string_view extension = behindPoint(path.native());
-    return firstRow(*this, 0, [&](const FormatRow& r) {
-        return canImport(r) && equalIgnoringCase(r.extension, extension);
+    const std::string_view extension = pathExtension(path);
+    return findRow(rows_, 0, [&](const FormatRow& row) {
+        return imports(row) && equalIgnoringCase(row.extension, extension);
     });
 }
 
 int FormatTable::ExportRowForPath(const std::filesystem::path& path) const {
-    const std::string_view extension = behindPoint(path.native());
-    return firstRow(*this, 0, [&](const FormatRow& r) {
-        return canExport(r) && equalIgnoringCase(r.extension, extension);
+    const std::string_view extension = pathExtension(path);
+    return findRow(rows_, 0, [&](const FormatRow& row) {
+        return exports(row) && equalIgnoringCase(row.extension, extension);
     });
 }
 
-std::string_view FormatTable::RowDescription(int number) const {
-    const FormatRow* each = row(number);
-    return each ? each->description : "<none>";
+std::string_view FormatTable::RowDescription(int row) const {
+    const FormatRow* found = this->row(row);
+    return found ? found->description : "<none>";
 }
 
-std::string_view FormatTable::RowExtension(int number) const {
-    const FormatRow* each = row(number);
-    return each ? each->extension : std::string_view();
+std::string_view FormatTable::RowExtension(int row) const {
+    const FormatRow* found = this->row(row);
+    return found ? found->extension : "";
 }
 
 bool FormatTable::knowsExtension(std::string_view extension) const {
-    return extensions_.contains(toLower(extension));
-}
-
-void FormatTable::rowsForExtension(std::string_view extension, std::vector<int>& matches) const {
-    const auto found = byExtension_.find(toUpper(extension));
-    if (found != byExtension_.end()) matches = found->second;
-    for (const int i : wildcards_) {
-        if (extensionMatches(row(i)->extension, extension)) matches.push_back(i);
-    }
-}
-
-// ---- The list of a save dialog
-
-namespace {
-
-/// The code listed stands for the last choice, if not by itself then as the delta form of its kin.
-bool standsFor(u32 code, u32 last, u32 mask) {
-    last &= kCodeMask;
-    if (code == last) return true;
-    if (code == kDeltaPcm8)
-        return (last & kPcm8) != 0 && (mask & (kPcm8 | kDeltaPcm16 | kByteDeltaPcm16)) == 0;
-    return (code == kDeltaPcm16 || code == kByteDeltaPcm16) && (last & kPcm16) != 0 && (mask & kPcm16) == 0;
-}
-
-} // namespace
-
-DataFormatChoices dataFormatChoices(const FormatTable& table, int number, bool autoAllowed, u32 lastFormat,
-                                    f32 lastRate) {
-    constexpr u32 kAny = 0xFFFFFFF;
-    DataFormatChoices list;
-    const FormatRow* row = table.row(number);
-    if (!row) return list;
-    const u32 codes = row->dataMask & kCodeMask;
-    const bool withAuto = std::popcount(codes) > 1 && (autoAllowed || row->perWaveFormats);
-    if (withAuto) list.entries.push_back({"Auto", kAny});
-    bool selected = withAuto;
-    const auto select = [&](std::size_t entry) {
-        list.selected = entry;
-        selected = true;
-    };
-    for (u32 code = 1; code < kMonoBit; code <<= 1) {
-        std::string_view name;
-        if ((codes & code) == 0 || !FormatCodeInfo(code, &name, nullptr)) continue;
-        if (code == kCompressed) {
-            for (int index = 0;; ++index) {
-                std::string label;
-                const f32 rate = table.FormatOption(number, index, &label);
-                if (!(rate > 0)) {
-                    if (index == 0) list.entries.push_back({"Compressed", kCompressed});
-                    break;
-                }
-                list.entries.push_back({label, static_cast<u32>(index) | kRateIndexBit});
-                if (rate == lastRate || (!selected && rate >= lastRate)) select(list.entries.size() - 1);
-            }
-            continue;
-        }
-        list.entries.push_back({std::string(name), code});
-        const std::size_t entry = list.entries.size() - 1;
-        const bool first = !withAuto && entry == 0;
-        const bool sixteen = !withAuto && code == kPcm16 && (lastFormat & kCodeMask) != kCompressed;
-        if (standsFor(code, lastFormat, codes) || first || (sixteen && !(codes & lastFormat & kCodeMask)))
-            select(entry);
-    }
-    if (!selected && !list.entries.empty()) list.selected = list.entries.size() - 1;
-    return list;
+    return std::any_of(rows_.begin(), rows_.end(),
+                       [&](const FormatRow& row) { return equalIgnoringCase(row.extension, extension); });
 }
 
 } // namespace kv

@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <set>
 
 #include "base/run_context.h"
 #include "formats/framework/drivers.h"
@@ -115,7 +114,6 @@ private:
     const SaveAllJob& job_;
     const FormatRow& row_;
     SaveAllResult& result_;
-    std::set<fs::path> written_;
 };
 
 std::string SaveAllRun::stem(const Item& item, int index) const {
@@ -154,7 +152,8 @@ std::optional<SaveTarget> SaveAllRun::target(const Item& item, int index) {
     };
     target.path = place(first);
     // Two items of one name must not overwrite each other.
-    for (int n = 2; written_.contains(target.path); ++n) target.path = place(fmt::format("{} {}", first, n));
+    for (int n = 2; result_.written.contains(target.path); ++n)
+        target.path = place(fmt::format("{} {}", first, n));
     return target;
 }
 
@@ -197,7 +196,7 @@ void SaveAllRun::save(Item& item, int index) {
     if (job_.subDirs) fs::create_directories(to->path.parent_path(), ignored);
     const FormatRow* row = exportRow(to->row, &item);
     if (row && exportToFile(*row, to->path, &item, to->wantedFormat, to->bitRate, false)) {
-        written_.insert(to->path);
+        result_.written.insert(to->path);
         ++result_.saved;
         return;
     }

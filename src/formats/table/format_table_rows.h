@@ -1,13 +1,14 @@
-// The one table that names every format.
+// The one table that names every file format, in its fixed order: row numbers are stored in settings.
 #pragma once
 
 #include <span>
 
-#include "formats/framework/format_row.h"
+#include "formats/framework/format_table.h"
 
 namespace kv {
 
-/// All rows, in order: the catch-all, then by extension.
 std::span<const FormatRow> formatRows();
+/// The queries over `formatRows()`.
+const FormatTable& formatTable();
 
 } // namespace kv

@@ -171,6 +171,7 @@ bool Conversion::convertAll(const std::string& input, std::size_t items) {
 }
 
 bool Conversion::convert(const std::string& input) {
+    workspace().wavFact = 0; // each input is converted as if it were the only one
     if (!openInput(input, options_.input, ui_)) return false;
     std::size_t items = 1;
     Item* item = options_.item.empty() ? onlyItem(items) : selectItem(options_.item);

@@ -48,7 +48,7 @@ bool openInput(const std::string& path, const InputOptions& options, TerminalUi&
 
     const Collection* collection = store().First<Collection>();
     const FormatRow* format = workspace().formats->row(collection->sourceFormat);
-    if (!options.raw() || !format || format->importFn != raw_Imp) return true;
+    if (!options.raw() || !format || format->detectFn != detectAlways2) return true;
     for (Wave& wave : store().all<Wave>()) {
         RawSource source{wave.dataFormat, wave.sampleRate, wave.channels, wave.sourceOffset};
         if (!describeRaw(options, source) || !reinterpretSource(wave, source, static_cast<u64>(-1)))

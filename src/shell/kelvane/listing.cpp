@@ -123,8 +123,9 @@ void printDiagnostics(std::size_t most) {
         const std::string_view word = d.severity == Severity::Loss   ? "lost"
                                       : d.severity == Severity::Note ? "note"
                                                                      : "warning";
-        fmt::print(stderr, "{}: {}{}{}: {} (at byte {})\n", word, d.item, d.item.empty() ? "" : ": ", d.field,
-                   d.text, d.offset);
+        const std::string place = d.offset > 0 ? fmt::format(" (at byte {})", d.offset) : std::string();
+        fmt::print(stderr, "{}: {}{}{}: {}{}\n", word, d.item, d.item.empty() ? "" : ": ", d.field, d.text,
+                   place);
     }
     if (entries.size() > most) fmt::print(stderr, "... and {} more\n", entries.size() - most);
 }

@@ -143,8 +143,7 @@ int run(int argc, char** argv) {
         return app.exit(error) == 0 ? kDone : kUsage;
     }
 
-    const FormatTable table(formatRows());
-    workspace().formats = &table;
+    workspace().formats = &formatTable();
     if (!prepareSettings(globals)) {
         reportFailure();
         return kUsage;

@@ -1,0 +1,43 @@
+# bash completion for kelvane
+
+_kelvane() {
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+    local commands="formats detect info convert settings"
+    local globals="--help --quiet --progress --settings --set"
+    local input="--as --raw-rate --raw-channels --raw-format --raw-big-endian --raw-unsigned --raw-offset"
+    local command="" action="" word
+    for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
+        if [[ -z $command ]]; then
+            [[ " $commands " == *" $word "* ]] && command=$word
+        elif [[ $command == settings && -z $action ]]; then
+            [[ " list get set reset " == *" $word "* ]] && action=$word
+        fi
+    done
+
+    case $previous in
+        --progress) COMPREPLY=($(compgen -W "auto none json" -- "$current")) && return ;;
+        --channels) COMPREPLY=($(compgen -W "auto mono stereo" -- "$current")) && return ;;
+        --name-mode) COMPREPLY=($(compgen -W "number base-name name source bank" -- "$current")) && return ;;
+        --to | --as) COMPREPLY=($(compgen -W "$(kelvane formats 2>/dev/null | awk 'NR > 1 {print $2}' | sort -u)" -- "$current")) && return ;;
+    esac
+
+    local words=""
+    case $command in
+        "") words="$commands $globals --version" ;;
+        formats) words="--import --export --json $globals" ;;
+        detect) words="--json $globals" ;;
+        info) words="--json --warnings $input $globals" ;;
+        convert) words="--to --data --channels --bit-rate --item --name-mode --sub-dirs --force $input $globals" ;;
+        settings)
+            words="list get set reset $globals"
+            if [[ $action == get || $action == set || $action == reset ]]; then
+                words="$(kelvane settings list 2>/dev/null | awk '{print $1}') $globals"
+            fi
+            ;;
+    esac
+    COMPREPLY=($(compgen -W "$words" -- "$current"))
+    if [[ $command != settings && $command != formats && $current != -* ]]; then
+        COMPREPLY+=($(compgen -f -- "$current"))
+    fi
+}
+complete -o filenames -F _kelvane kelvane

@@ -1,0 +1,204 @@
+// The command line as a user sees it: what it prints, what it leaves behind, and its exit status.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "test_support.h"
+
+namespace kv {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+    int status;
+    std::string out, err;
+};
+
+class Kelvane : public testing::Test {
+protected:
+    Kelvane() {
+        fs::copy_file(fs::path(KV_SOURCE_DIR) / "examples" / "ding-loop.wav", folder / "ding.wav");
+        ::setenv("XDG_CONFIG_HOME", folder.path().c_str(), 1);
+    }
+    Outcome run(const std::string& arguments, const std::string& before = "") {
+        const std::string command = "cd '" + folder.path().string() + "' && " + before + " " KV_KELVANE " " +
+                                    arguments + " >out.txt 2>err.txt </dev/null";
+        const int status = std::system(command.c_str());
+        const auto text = [&](const char* name) {
+            return std::string(textOf(test::readFile(folder / name)));
+        };
+        Outcome outcome{WIFEXITED(status) ? WEXITSTATUS(status) : -1, text("out.txt"), text("err.txt")};
+        fs::remove(folder / "out.txt");
+        fs::remove(folder / "err.txt");
+        return outcome;
+    }
+    nlohmann::json json(const std::string& arguments) { return nlohmann::json::parse(run(arguments).out); }
+
+    test::TempFolder folder;
+};
+
+TEST_F(Kelvane, SaysWhoItIs) {
+    EXPECT_EQ(run("--version").out, "kelvane 11.4\n");
+    for (const char* level : {"--help", "formats --help", "detect --help", "info --help", "convert --help",
+                              "settings --help", "settings set --help"}) {
+        const Outcome help = run(level);
+        EXPECT_EQ(help.status, 0) << level;
+        EXPECT_NE(help.out.find("--help"), std::string::npos) << level;
+    }
+    for (const char* wrong : {"", "nothing", "convert", "convert one", "info", "settings set x", "detect",
+                              "convert ding.wav o.w64 --channels five", "settings get no.such"}) {
+        EXPECT_EQ(run(wrong).status, 2) << wrong;
+    }
+}
+
+TEST_F(Kelvane, ListsFormats) {
+    EXPECT_EQ(json("formats --json").size(), 475U);
+    EXPECT_EQ(json("formats --json --import").size(), 361U);
+    EXPECT_EQ(json("formats --json --export").size(), 240U);
+    EXPECT_NE(run("formats").out.find("Microsoft wave"), std::string::npos);
+}
+
+TEST_F(Kelvane, DetectsAndDescribes) {
+    EXPECT_NE(run("detect ding.wav").out.find("Microsoft wave (100 %"), std::string::npos);
+    const auto detected = json("detect --json ding.wav");
+    EXPECT_EQ(detected[0]["confidence"], 100);
+    const auto info = json("info --json ding.wav");
+    EXPECT_EQ(info["format"]["description"], "Microsoft wave");
+    const auto& wave = info["waves"][0];
+    EXPECT_EQ(wave["name"], "Ding");
+    EXPECT_EQ(wave["params"]["rootKey"], 69);
+    EXPECT_EQ(wave["params"]["loop"]["end"], 25000.0);
+    EXPECT_EQ(wave["cuePoints"][0]["label"], "Strike is over");
+    EXPECT_EQ(wave["preferredFormat"], "PCM 16-bit");
+    EXPECT_EQ(wave["resident"], false);
+    const Outcome missing = run("info nowhere.wav");
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(missing.err, "Import: Could not open file\n");
+    EXPECT_EQ(run("detect ding.wav nowhere.wav").status, 3);
+}
+
+TEST_F(Kelvane, ConvertsAndAsksForForce) {
+    EXPECT_EQ(run("convert ding.wav out.wav --data 'PCM 24-bit' --channels stereo").status, 0);
+    const auto wave = json("info --json out.wav")["waves"][0];
+    EXPECT_EQ(wave["channels"], 2);
+    EXPECT_EQ(wave["preferredFormat"], "PCM 24-bit");
+    EXPECT_EQ(wave["params"]["loop"]["start"], 20000.0);
+    EXPECT_EQ(wave["comments"], "An example with a loop");
+    const Outcome again = run("convert ding.wav out.wav");
+    EXPECT_EQ(again.status, 1);
+    EXPECT_EQ(again.err, "convert: \"out.wav\" exists already; --force replaces it\n");
+    EXPECT_EQ(run("-q convert ding.wav out.wav --force").out, "");
+    for (const char* wrong :
+         {"ding.wav out.foo", "ding.wav out.wav --data 'PCM 13-bit'", "ding.wav out.w64 --data 'GSM 2-bit'",
+          "ding.wav ding.wav nofolder", "ding.wav -", "ding.wav out.mid"}) {
+        const Outcome outcome = run(std::string("convert ") + wrong);
+        EXPECT_NE(outcome.status, 0) << wrong;
+        EXPECT_NE(outcome.err.find("convert: "), std::string::npos) << wrong;
+    }
+    EXPECT_EQ(run("convert ding.wav o2.wav --item wave:2").status, 1);
+    EXPECT_EQ(run("convert ding.wav o2.wav --item 'wave:\"ding\"'").status, 0);
+}
+
+TEST_F(Kelvane, StreamsToStandardOutput) {
+    ASSERT_EQ(run("convert ding.wav file.wav").status, 0);
+    const Outcome streamed = run("convert ding.wav - --to wav");
+    EXPECT_EQ(streamed.status, 0);
+    EXPECT_EQ(streamed.out, std::string(textOf(test::readFile(folder / "file.wav"))));
+}
+
+TEST_F(Kelvane, ConvertsManyIntoAFolder) {
+    for (const char* name : {"a.wav", "b.wav"}) fs::copy_file(folder / "ding.wav", folder / name);
+    fs::create_directory(folder / "sub");
+    fs::copy_file(folder / "ding.wav", folder / "sub" / "a.wav");
+    test::writeFile(folder / "bad.wav", bytesOf("RIFF....WAVE"));
+    const Outcome some = run("convert a.wav bad.wav b.wav sub/a.wav out/ --to w64");
+    EXPECT_EQ(some.status, 3);
+    EXPECT_NE(some.err.find("bad.wav: wav_Imp: No wave data found!"), std::string::npos) << some.err;
+    for (const char* name : {"out/a.w64", "out/b.w64", "out/a 2.w64"})
+        EXPECT_TRUE(fs::exists(folder / name)) << name;
+    EXPECT_EQ(run("convert bad.wav bad.wav out/ --to w64").status, 1);
+    EXPECT_EQ(run("convert a.wav out/ --to w64").status, 1); // stands there already
+    EXPECT_EQ(run("convert a.wav out/ --to w64 --force --sub-dirs").status, 0);
+    EXPECT_TRUE(fs::exists(folder / "out/a/a.w64"));
+    EXPECT_EQ(run("convert a.wav named --to w64 --name-mode name").status, 0);
+}
+
+TEST_F(Kelvane, ReadsRawSamplesAsToldTo) {
+    test::writeFile(folder / "x.bin", Bytes(1000));
+    EXPECT_EQ(run("info x.bin").status, 1);
+    EXPECT_EQ(run("info x.bin").err, "Import: Not detected as any supported file type\n");
+    const auto wave = json(
+        "info --json x.bin --raw-rate 8000 --raw-channels 2 --raw-format 'PCM 24-bit' --raw-big-endian "
+        "--raw-offset 100")["waves"][0];
+    EXPECT_EQ(wave["frames"], 150);
+    EXPECT_EQ(wave["sampleRate"], 8000);
+    EXPECT_EQ(wave["dataFormat"], 0x40000010);
+    EXPECT_EQ(json("info --json x.bin --as sw --raw-rate 11025")["waves"][0]["sampleRate"], 11025);
+    EXPECT_EQ(json("info --json x.bin --as ub")["waves"][0]["frames"], 1000);
+}
+
+TEST_F(Kelvane, KeepsSettings) {
+    EXPECT_EQ(run("settings get sall.iMode").out, "212\n");
+    EXPECT_EQ(run("settings set sall.iMode 210").status, 0);
+    EXPECT_EQ(run("settings get sall.iMode").out, "210\n");
+    EXPECT_EQ(run("settings get sall.iMode --set sall.iMode=216").out, "216\n");
+    EXPECT_EQ(run("settings reset").status, 0);
+    EXPECT_EQ(run("settings get sall.iMode").out, "212\n");
+    EXPECT_EQ(run("settings set sall.iMode many").status, 1);
+    test::writeFile(folder / "bad.toml", bytesOf("x = ["));
+    const Outcome damaged = run("settings get sall.iMode --settings bad.toml");
+    EXPECT_EQ(damaged.out, "212\n");
+    EXPECT_NE(damaged.err.find("is damaged"), std::string::npos);
+}
+
+TEST_F(Kelvane, TellsProgramsOfItsProgress) {
+    const Outcome outcome = run("--progress json convert ding.wav o.w64");
+    std::istringstream lines(outcome.err);
+    int events = 0;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with('{')) events += nlohmann::json::parse(line).contains("event") ? 1 : 0;
+    }
+    EXPECT_GT(events, 2);
+}
+
+TEST_F(Kelvane, CleansUpWhenInterrupted) {
+    // Output into a pipe that nobody empties, so that the work is sure to be under way.
+    ByteWriter big;
+    big.fill(30'000'000);
+    test::writeFile(folder / "big.sw", big.view());
+    const std::string target = (folder / "big.w64").string(), source = (folder / "big.sw").string();
+    for (const int number : {SIGINT, SIGKILL}) {
+        test::writeFile(target, bytesOf("old"));
+        const pid_t child = ::fork();
+        if (child == 0) {
+            for (int i = 0; i < 1000; ++i) {
+                const pid_t one = ::fork();
+                if (one == 0)
+                    ::execl(KV_KELVANE, "kelvane", "-q", "convert", source.c_str(), target.c_str(), "--force",
+                            nullptr);
+                int status = 0;
+                ::usleep(2000 + 500 * static_cast<unsigned>(i % 20));
+                ::kill(one, number);
+                ::waitpid(one, &status, 0);
+                if (i >= 20) ::_exit(0);
+            }
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        // Whole in either case: the old one, or a new one that was complete in time.
+        const Bytes left = test::readFile(target);
+        EXPECT_TRUE(textOf(left) == "old" || left.size() > 29'000'000) << left.size();
+        for (const auto& entry : fs::directory_iterator(folder.path())) {
+            EXPECT_EQ(entry.path().filename().string().find(".part"), std::string::npos);
+        }
+    }
+}
+
+} // namespace
+} // namespace kv
