@@ -15,10 +15,10 @@ HZ = 441  # A4 to four cents: 100 frames a cycle
 FRAMES = 26000
 LOOP_START = 20000
 LOOP_END = 25000  # one past the last looped frame
-LOOP_CYCLES = (LOOP_END - LOOP_START) * HZ // RATE
+STRIKE_OVER = 4000
 
 # Ratio to the strike note, level, seconds until it has fallen by 60 dB, and level in the loop.
-# What sounds in the loop goes through whole cycles there: ratio * LOOP_CYCLES is a whole number.
+# What sounds in the loop goes through whole cycles there: ratio * 50, the loop's cycles, is whole.
 PARTIALS = [
     (0.5, 0.30, 3.0, 0.060),  # hum
     (1.0, 0.50, 2.2, 0.100),  # prime
@@ -62,12 +62,12 @@ def main():
     fmt = struct.pack("<HHIIHH", 1, 1, RATE, RATE * 2, 2, 16)
     sampler = struct.pack("<9I", 0, 0, round(1e9 / RATE), 69, 0, 0, 0, 1, 0)
     loop = struct.pack("<6I", 0, 0, LOOP_START, LOOP_END - 1, 0, 0)  # its end is the last frame played
-    cue = struct.pack("<I", 1) + struct.pack("<II4sIII", 1, LOOP_START, b"data", 0, 0, LOOP_START)
-    label = b"adtl" + chunk(b"labl", struct.pack("<I", 1) + b"loop start\0")
+    cue = struct.pack("<I", 1) + struct.pack("<II4sIII", 1, STRIKE_OVER, b"data", 0, 0, STRIKE_OVER)
+    label = b"adtl" + chunk(b"labl", struct.pack("<I", 1) + b"Strike is over\0")
     info = b"INFO" + b"".join([
         text(b"INAM", "Ding"),
         text(b"IART", "Kelvane Studio"),
-        text(b"ICMT", "A struck bell on A4, computed by make-ding-loop.py"),
+        text(b"ICMT", "An example with a loop"),
         text(b"ICOP", "Public domain"),
     ])
     riff = b"WAVE" + chunk(b"fmt ", fmt) + chunk(b"data", data) + chunk(b"smpl", sampler + loop)
