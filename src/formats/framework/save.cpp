@@ -118,7 +118,7 @@ private:
 
 std::string SaveAllRun::stem(const Item& item, int index) const {
     const std::string base = job_.base.path.stem().string();
-    const std::string name = fileNameFor(item.name());
+    std::string name = fileNameFor(item.name());
     switch (job_.mode) {
         case NameMode::Number:
             return fmt::format("{} - {}{}", base, index / 10, index % 10);

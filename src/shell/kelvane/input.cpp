@@ -18,9 +18,8 @@ namespace {
 
 /// Puts what the options say of the samples over `source`.
 bool describeRaw(const InputOptions& options, RawSource& source) {
-    u32 code = source.dataFormat & kCodeMask;
     if (options.rawFormat) {
-        code = FormatCodeByName(*options.rawFormat);
+        const u32 code = FormatCodeByName(*options.rawFormat);
         if (code == 0) return Fail("Import", "\"{}\" is no data format", *options.rawFormat);
         source.dataFormat = code;
     }
