@@ -89,7 +89,8 @@ SaveFile::~SaveFile() {
 
 bool SaveFile::write(ByteSpan bytes) {
     position_ += bytes.size();
-    return writeFully(file_, bytes);
+    if (!writeFully(file_, bytes)) failed_ = true;
+    return !failed_;
 }
 
 bool SaveFile::patch(u64 offset, ByteSpan bytes) {
@@ -97,7 +98,10 @@ bool SaveFile::patch(u64 offset, ByteSpan bytes) {
     while (!bytes.empty()) {
         const ssize_t done = ::pwrite(file_, bytes.data(), bytes.size(), static_cast<off_t>(offset));
         if (done < 0 && errno == EINTR) continue;
-        if (done <= 0) return false;
+        if (done <= 0) {
+            failed_ = true;
+            return false;
+        }
         offset += static_cast<u64>(done);
         bytes = bytes.subspan(static_cast<std::size_t>(done));
     }
@@ -106,8 +110,8 @@ bool SaveFile::patch(u64 offset, ByteSpan bytes) {
 
 bool SaveFile::commit() {
     if (file_ < 0) return false;
-    bool done = true;
-    if (!direct_) {
+    bool done = !failed_;
+    if (done && !direct_) {
         // Data must be on disk before it takes the place of an older file, lest a power cut lose both.
         if (replaces_) done = ::fdatasync(file_) == 0 || errno == EINVAL;
         if (done && temporary_.empty()) {

@@ -47,7 +47,8 @@ public:
     bool write(ByteSpan bytes) override;
     bool patch(u64 offset, ByteSpan bytes) override;
     u64 position() const override { return position_; }
-    /// Makes the file appear under its target name. False, with the old file untouched, on any error.
+    /// Makes the file appear under its target name. False, with the old file untouched, on any error, be it
+    /// of an earlier write.
     bool commit();
 
 private:
@@ -58,6 +59,7 @@ private:
     std::filesystem::path temporary_; // empty: a file without a name yet, or written directly
     bool direct_ = false;
     bool replaces_ = false;
+    bool failed_ = false; // a write or a patch didn't go through
     u64 position_ = 0;
 };
 
