@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <optional>
 #include <sstream>
 #include <variant>
 #include <vector>
@@ -15,6 +16,8 @@
 #include "base/byte_source.h"
 #include "base/run_context.h"
 #include "base/text.h"
+#include "samples/text_codec.h"
+#include "shell/toml_text.h"
 
 namespace kv {
 namespace {
@@ -204,11 +207,16 @@ bool fromNode(const toml::node& node, std::span<T> value, const Setting&) {
     return true;
 }
 
+/// A text as the file can hold it, which is UTF-8.
+std::string storable(const std::string& text) {
+    return isUtf8(text) ? text : AnsiToUtf8(text);
+}
+
 void toNode(toml::table& table, std::string_view key, bool* value) {
     table.insert_or_assign(key, *value);
 }
 void toNode(toml::table& table, std::string_view key, std::string* value) {
-    table.insert_or_assign(key, *value);
+    table.insert_or_assign(key, storable(*value));
 }
 template <class T>
 void toNode(toml::table& table, std::string_view key, T* value) requires std::is_integral_v<T> {
@@ -216,7 +224,7 @@ void toNode(toml::table& table, std::string_view key, T* value) requires std::is
 }
 void toNode(toml::table& table, std::string_view key, List* value) {
     toml::array array;
-    for (const std::string& entry : *value) array.push_back(entry);
+    for (const std::string& entry : *value) array.push_back(storable(entry));
     table.insert_or_assign(key, std::move(array));
 }
 template <class T>
@@ -268,6 +276,18 @@ toml::table* tableOf(toml::table& root, std::string_view& name, bool make) {
     return table;
 }
 
+/// The values of a text; nothing, with the first problem in `problem`, when it is damaged.
+std::optional<toml::table> parseToml(std::string_view text, std::string& problem) {
+    if (const std::size_t line = lineOfStrayCharacter(text)) {
+        problem = fmt::format("line {}: a character that can't stand there", line);
+        return {};
+    }
+    toml::parse_result parsed = toml::parse(text);
+    if (parsed) return std::move(parsed).table();
+    problem = fmt::format("line {}: {}", parsed.error().source().begin.line, parsed.error().description());
+    return {};
+}
+
 /// The parsed file; nothing when it is missing, with `damage` filled when it can't be parsed.
 toml::table parseFile(const fs::path& file, bool& exists, std::string& damage) {
     constexpr u64 kLargest = 1 << 20;
@@ -276,10 +296,9 @@ toml::table parseFile(const fs::path& file, bool& exists, std::string& damage) {
     if (!exists) return {};
     Bytes bytes(static_cast<std::size_t>(std::min(source->size(), kLargest)));
     bytes.resize(source->readAt(0, bytes));
-    toml::parse_result result = toml::parse(textOf(bytes), file.native());
-    if (result) return std::move(result).table();
-    damage = fmt::format("Settings: {} is damaged (line {}: {}), defaults are in force", file.native(),
-                         result.error().source().begin.line, result.error().description());
+    std::string problem;
+    if (std::optional<toml::table> table = parseToml(textOf(bytes), problem)) return *std::move(table);
+    damage = fmt::format("Settings: {} is damaged ({}), defaults are in force", file.native(), problem);
     return {};
 }
 
@@ -344,6 +363,8 @@ bool SaveSettings(const fs::path& file, const AppSettings& settings) {
     bool exists = false;
     std::string damage;
     toml::table root = parseFile(file, exists, damage);
+    std::error_code ignored;
+    if (!damage.empty()) fs::rename(file, file.native() + ".damaged", ignored); // it may be worth mending
     root.insert_or_assign("VersionNumber", kVersionNumber);
     AppSettings copy = settings;
     for (const Setting& setting : kSettings) {
@@ -396,9 +417,10 @@ bool setSetting(AppSettings& settings, std::string_view name, std::string_view t
     }
     if (std::holds_alternative<bool*>(value) && (text == "0" || text == "1"))
         text = text == "1" ? "true" : "false";
-    const toml::parse_result parsed = toml::parse(fmt::format("x = {}", text));
-    const toml::node* node = parsed ? parsed.table().get("x") : nullptr;
-    const bool fits = node && parsed.table().size() == 1 &&
+    std::string problem;
+    const std::optional<toml::table> parsed = parseToml(fmt::format("x = {}", text), problem);
+    const toml::node* node = parsed ? parsed->get("x") : nullptr;
+    const bool fits = node && parsed->size() == 1 &&
                       std::visit([&](auto member) { return fromNode(*node, member, *setting); }, value);
     if (fits) return true;
     const auto kind = std::visit([](auto member) { return kindOf(member); }, value);

@@ -3,6 +3,7 @@
 #include <set>
 
 #include "base/run_context.h"
+#include "shell/toml_text.h"
 #include "test_support.h"
 
 namespace kv {
@@ -60,6 +61,8 @@ TEST_F(Settings, StartWithNothingStored) {
 TEST_F(Settings, DamageLeavesTheDefaultsAndSaysSoOnce) {
     EXPECT_NE(load("load = [ bConfirm").find("is damaged (line 1"), std::string::npos);
     EXPECT_FALSE(settings.load.bConfirm);
+    ASSERT_TRUE(SaveSettings(file, settings)); // what was damaged is kept beside
+    EXPECT_EQ(textOf(test::readFile(file.native() + ".damaged")), "load = [ bConfirm");
     const std::string complaint = load(
         "pset = [1, 0]\n[load]\nbConfirm = 'yes'\nbAutoBid2Fwd = false\n[app]\ncOctMidC = 300\niPaneSplit = "
         "100\n"
@@ -74,6 +77,31 @@ TEST_F(Settings, DamageLeavesTheDefaultsAndSaysSoOnce) {
     EXPECT_EQ(settings.pset, ParameterSet());
     EXPECT_EQ(load("load = 3\n"), ""); // a value where a group is expected: nothing of the group is there
     EXPECT_EQ(load(std::string(3000, '[')).empty(), false);
+}
+
+TEST_F(Settings, CharactersThatMislaidTheParserAreDamage) {
+    struct Case {
+        const char* text;
+        std::size_t line;
+    };
+    const Case cases[] = {
+        {"\xC3\xA4 = 1", 1},
+        {"# \xC3\xA4\na = '\xC3\xA4' # \xC3\xA4", 0},
+        {"a = \"\\\"\xC3\xA4\"", 0},
+        {"a = '\\'\xC3\xA4", 1}, // no escapes in single quotes
+        {"a = \"not closed\n\xC3\xA4", 2},
+        {"a = [\"b\",\n6\"x\"]", 2}, // a quote inside of a word
+    };
+    for (const Case& c : cases) EXPECT_EQ(lineOfStrayCharacter(c.text), c.line) << c.text;
+}
+
+TEST_F(Settings, TextsOfNoEncodingDoNotSpoilTheFile) {
+    settings.app.szVSTPaths = "/caf\xE9";
+    settings.app.LastFilesA = {"/\xFF.wav"};
+    ASSERT_TRUE(SaveSettings(file, settings));
+    AppSettings again;
+    EXPECT_EQ(LoadSettings(file, again).complaint, "");
+    EXPECT_EQ(again.app.szVSTPaths, "/caf\xC3\xA9");
 }
 
 TEST_F(Settings, ValuesOfOtherVersionsStay) {
