@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "model/app_settings.h"
 
 namespace kv {
 namespace {
@@ -28,6 +29,14 @@ void LastListAdd(std::vector<std::string>& list, std::string_view text, std::siz
     if (removeOnly || text.empty()) return;
     list.emplace(list.begin(), text);
     while (list.size() > maxEntries || storedBytes(list) > kBlockBytes) list.pop_back();
+}
+
+void NoteFileUsed(AppSettings& settings, const std::filesystem::path& path, bool addFile, bool addFolder) {
+    std::error_code failed;
+    const std::filesystem::path whole = std::filesystem::absolute(path, failed);
+    if (failed) return;
+    if (addFile) LastListAdd(settings.app.LastFilesA, whole.native(), kLastFiles);
+    if (addFolder) LastListAdd(settings.app.LastPathsA, whole.parent_path().native(), kLastFolders);
 }
 
 } // namespace kv

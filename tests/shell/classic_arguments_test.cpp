@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "model/app_settings.h"
 #include "shell/last_list.h"
 
 namespace kv {
@@ -89,6 +90,15 @@ TEST(LastList, KeepsTheNewestInFront) {
     EXPECT_EQ(list.front().size(), 780U);
     LastListAdd(list, std::string(500, 'y'), kLastFiles);
     EXPECT_EQ(list.size(), 1U); // the block holds no more
+}
+
+TEST(LastList, NotesFilesAndFolders) {
+    AppSettings settings;
+    NoteFileUsed(settings, "/music/a.wav", true, true);
+    NoteFileUsed(settings, "/music/b.wav", true, true);
+    NoteFileUsed(settings, "/other/c.wav", false, true);
+    EXPECT_EQ(settings.app.LastFilesA, (std::vector<std::string>{"/music/b.wav", "/music/a.wav"}));
+    EXPECT_EQ(settings.app.LastPathsA, (std::vector<std::string>{"/other", "/music"}));
 }
 
 } // namespace
