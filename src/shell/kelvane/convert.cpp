@@ -36,9 +36,10 @@ public:
 private:
     bool prepare();
     bool chooseTarget();
+    bool canWrite() const;
     bool chooseData();
     bool convert(const std::string& input);
-    bool convertItem(Item& item);
+    bool convertItem(Item& item, const fs::path& path);
     bool convertToStream(Item& item);
     bool convertAll(const std::string& input, std::size_t items);
     Item* onlyItem(std::size_t& count) const;
@@ -73,15 +74,18 @@ bool Conversion::chooseTarget() {
             return Fail("convert", "\"{}\" names no format that can be written; use --to", output_.string());
         }
     }
+    return true;
+}
+
+/// The row's writer is there, and can do what is asked of it.
+bool Conversion::canWrite() const {
     const FormatRow& row = *workspace().formats->row(row_);
     if (!row.exportFn) {
         return Fail("convert", "\"{}\" files are known, but this version can't write them yet",
                     row.description);
     }
-    if (toStream_ && !row.streams) {
-        return Fail("convert", "\"{}\" files can't be written to standard output", row.description);
-    }
-    return true;
+    return !toStream_ || row.streams ||
+           Fail("convert", "\"{}\" files can't be written to standard output", row.description);
 }
 
 bool Conversion::chooseData() {
@@ -143,9 +147,9 @@ bool Conversion::convertToStream(Item& item) {
     return ExportTo(sink, row_, "-", &item, wanted_, options_.bitRate, false);
 }
 
-bool Conversion::convertItem(Item& item) {
-    if (!mayReplace(output_)) return false;
-    if (!SaveItemAs(output_, &item, row_, wanted_, options_.bitRate, false)) return false;
+bool Conversion::convertItem(Item& item, const fs::path& path) {
+    if (!mayReplace(path)) return false;
+    if (!SaveItemAs(path, &item, row_, wanted_, options_.bitRate, false)) return false;
     ++result_.saved;
     return true;
 }
@@ -181,11 +185,11 @@ bool Conversion::convert(const std::string& input) {
                     workspace().formats->row(row_)->description);
     }
     if (item && toStream_) return convertToStream(*item);
-    if (item && !toFolder_) return convertItem(*item);
+    if (item && !toFolder_) return convertItem(*item, output_);
     if (toStream_) return Fail("convert", "\"{}\" holds {} items; choose one by --item", input, items);
     if (!options_.item.empty()) {
-        output_ /= fmt::format("{}.{}", fileNameFor(item->name()), workspace().formats->row(row_)->extension);
-        return convertItem(*item);
+        const std::string_view extension = workspace().formats->row(row_)->extension;
+        return convertItem(*item, output_ / fmt::format("{}.{}", fileNameFor(item->name()), extension));
     }
     return convertAll(input, items);
 }
@@ -195,6 +199,7 @@ int Conversion::run() {
         reportFailure();
         return kUsage;
     }
+    if (!canWrite()) return reportFailure();
     ui_.printResults = !toStream_ && inputs_.size() == 1;
     int failedInputs = 0;
     for (std::size_t i = 0; i < inputs_.size() && !interrupted(); ++i) {
