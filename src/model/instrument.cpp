@@ -6,6 +6,7 @@
 #include <set>
 
 #include "base/run_context.h"
+#include "model/articulation_levels.h"
 #include "model/key_name.h"
 #include "model/pending.h"
 #include "model/store.h"
@@ -365,6 +366,16 @@ SynthModel* RegionSynth(const Region& region) {
         if ((id & kSynthModelClass) != 0) return region.store().Find<SynthModel>(id);
     }
     return nullptr;
+}
+
+SampleParams effectiveParams(const Region& region) {
+    if (region.params.override) return region.params;
+    const Wave* wave = RegionWave(region);
+    return wave ? wave->params : SampleParams();
+}
+
+u16 effectiveLoopFlags(const Region& region) {
+    return effectiveParams(region).loopFlags;
 }
 
 Region* LayerRegionAtKey(const Layer& layer, int key) {

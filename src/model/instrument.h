@@ -114,6 +114,10 @@ std::span<const TriggerType> triggerTypes();
 
 Wave* RegionWave(const Region& region);
 SynthModel* RegionSynth(const Region& region);
+/// The region's own record when it overrides, else its wave's; without a wave a plain one.
+SampleParams effectiveParams(const Region& region);
+/// LoopFlag bits by the same rule.
+u16 effectiveLoopFlags(const Region& region);
 /// The first region whose key range holds the key, or null.
 Region* LayerRegionAtKey(const Layer& layer, int key);
 /// No region of the layer overlaps the range in both key and velocity.

@@ -4,8 +4,6 @@
 
 namespace kv {
 
-void sanitizeArticulation(Articulation&, const ParameterSet&) {}
-void fitLevelsToParameterSet(Instrument&, const ParameterSet&) {}
 void UnrollLoops(bool, bool) {}
 void unrollWaveLoop(Wave&, bool, bool) {}
 void moveArticulationUp() {}

@@ -6,16 +6,9 @@
 
 namespace kv {
 
-struct Articulation;
-struct ParameterSet;
-class Instrument;
 class Item;
 class Wave;
 
-/// Missing: the limits of the articulation fields and the switches that take single fields away.
-void sanitizeArticulation(Articulation& articulation, const ParameterSet& set);
-/// Missing: moving articulation to the levels that the set allows.
-void fitLevelsToParameterSet(Instrument& instrument, const ParameterSet& set);
 /// Missing: loop unrolling; loops stay as they are, flags included.
 void UnrollLoops(bool bidirectional, bool reverse);
 void unrollWaveLoop(Wave& wave, bool bidirectional, bool reverse);
