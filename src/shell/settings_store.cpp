@@ -278,11 +278,13 @@ toml::table* tableOf(toml::table& root, std::string_view& name, bool make) {
 
 /// The values of a text; nothing, with the first problem in `problem`, when it is damaged.
 std::optional<toml::table> parseToml(std::string_view text, std::string& problem) {
-    if (const std::size_t line = lineOfStrayCharacter(text)) {
-        problem = fmt::format("line {}: a character that can't stand there", line);
+    std::size_t strayLine = 0;
+    const std::optional<std::string> ascii = asciiToml(text, strayLine);
+    if (!ascii) {
+        problem = fmt::format("line {}: a character that can't stand there", strayLine);
         return {};
     }
-    toml::parse_result parsed = toml::parse(text);
+    toml::parse_result parsed = toml::parse(*ascii);
     if (parsed) return std::move(parsed).table();
     problem = fmt::format("line {}: {}", parsed.error().source().begin.line, parsed.error().description());
     return {};

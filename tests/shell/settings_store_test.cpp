@@ -79,20 +79,28 @@ TEST_F(Settings, DamageLeavesTheDefaultsAndSaysSoOnce) {
     EXPECT_EQ(load(std::string(3000, '[')).empty(), false);
 }
 
-TEST_F(Settings, CharactersThatMislaidTheParserAreDamage) {
+TEST_F(Settings, TheParserSeesAsciiAlone) {
     struct Case {
         const char* text;
+        const char* ascii; ///< "refused": with the line
         std::size_t line;
     };
     const Case cases[] = {
-        {"\xC3\xA4 = 1", 1},
-        {"# \xC3\xA4\na = '\xC3\xA4' # \xC3\xA4", 0},
-        {"a = \"\\\"\xC3\xA4\"", 0},
-        {"a = '\\'\xC3\xA4", 1}, // no escapes in single quotes
-        {"a = \"not closed\n\xC3\xA4", 2},
-        {"a = [\"b\",\n6\"x\"]", 2}, // a quote inside of a word
+        {"\xC3\xA4 = 1", "refused", 1},
+        {"# \xC3\xA4!\na = '\xC3\xA4' # \xC3\xA4", "# !\na = \"\\U000000E4\" # ", 0},
+        {"a = \"\\\"\xC3\xA4\"", "a = \"\\\"\\U000000E4\"", 0},
+        {"a = '\"\\\xF0\x9F\x8E\xB9'", "a = \"\\\"\\\\\\U0001F3B9\"", 0},
+        {"a = '''\xC3\xA4''''", "a = \"\"\"\\U000000E4'\"\"\"", 0},
+        {"a = '\\'\xC3\xA4", "refused", 1}, // no escapes in single quotes
+        {"a = \"not closed\n\xC3\xA4", "refused", 2},
+        {"a = 'not UTF-8 \xE4'", "refused", 1},
+        {"a = [\"b\",\n6\"x\"]", "refused", 2}, // a quote inside of a word
     };
-    for (const Case& c : cases) EXPECT_EQ(lineOfStrayCharacter(c.text), c.line) << c.text;
+    for (const Case& c : cases) {
+        std::size_t line = 9;
+        EXPECT_EQ(asciiToml(c.text, line).value_or("refused"), c.ascii) << c.text;
+        EXPECT_EQ(line, c.line) << c.text;
+    }
 }
 
 TEST_F(Settings, TextsOfNoEncodingDoNotSpoilTheFile) {
