@@ -26,15 +26,26 @@ struct Chunk {
     u64 end() const { return start + size; }
 };
 
+/// Whether a chunk of an odd size is followed by a byte of padding.
+enum class ChunkPadding : u8 {
+    Always,
+    Doubtful ///< some writers leave it out: the next chunk's id tells
+};
+
 /// Goes over the chunks between two places of a source: 8-byte headers, contents padded to an even size.
 /// A chunk that runs past the end is cut there.
 class ChunkWalker {
 public:
-    ChunkWalker(ByteSource& source, u64 start, u64 end, std::endian order = std::endian::little)
-        : source_(source), at_(start), end_(std::min(end, source.size())), order_(order) {}
+    ChunkWalker(ByteSource& source, u64 start, u64 end, std::endian order = std::endian::little,
+                ChunkPadding padding = ChunkPadding::Always)
+        : source_(source), at_(start), end_(std::min(end, source.size())), order_(order), padding_(padding) {}
 
     /// False behind the last chunk. A header that ends where the walk ends is not a chunk.
     bool next(Chunk& chunk) {
+        if (padding_ == ChunkPadding::Doubtful && oddEnd_ && at_ > 0 && !looksLikeId(at_) &&
+            looksLikeId(at_ - 1)) {
+            --at_;
+        }
         if (at_ >= end_ || end_ - at_ <= 8) return false;
         std::array<std::byte, 8> header{};
         source_.readAt(at_, header);
@@ -51,14 +62,25 @@ public:
         chunk.start = contents_;
         chunk.size = std::min(size, room);
         at_ = contents_ + (size >= room ? room : std::min(size + (size & 1), room));
+        oddEnd_ = size < room && (size & 1) != 0;
     }
 
 private:
+    /// Four printable characters stand there.
+    bool looksLikeId(u64 at) {
+        std::array<std::byte, 4> id{};
+        return source_.readAt(at, id) == id.size() && std::all_of(id.begin(), id.end(), [](std::byte b) {
+                   return b >= std::byte{0x20} && b < std::byte{0x7F};
+               });
+    }
+
     ByteSource& source_;
     u64 at_;
     u64 end_;
     u64 contents_ = 0;
     std::endian order_;
+    ChunkPadding padding_;
+    bool oddEnd_ = false; ///< the last chunk had an odd size
 };
 
 /// The first bytes of a chunk's contents, at most `limit`.
