@@ -122,8 +122,7 @@ bool exportItem(ByteSink& sink, const FormatRow& row, const fs::path& path, Item
 
     if (!store().First<Collection>()) return Fail("Export", "No bank?");
     // A writer that takes samples block by block needs none of them in memory.
-    const bool blockwise = row.streams && classOf(item->id()) == kWaveClass;
-    if (!blockwise && !item->LoadData()) return false;
+    if (!row.streams && !item->LoadData()) return false;
     if (midiToWave) {
         item = temporary.add(renderSong(*item, (choice.word & kStereoBit) != 0));
         if (!item) return Fail("Export", "Save aborted!");

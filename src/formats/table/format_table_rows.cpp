@@ -7,6 +7,7 @@
 #include "formats/audio/wav_writer.h"
 #include "formats/audio/wave64.h"
 #include "formats/banks/soundfont/sf_reader.h"
+#include "formats/banks/soundfont/sf_writer.h"
 #include "formats/table/signatures.h"
 #include "model/item_id.h"
 #include "samples/data_format.h"
@@ -417,7 +418,7 @@ constexpr FormatRow kRows[] = {
     {"seq", "PlayStation music", RW, kSongTracks, 0x2000000, 0, magic<"pQES">},
     {"sdx", "SDX compact MIDI SDS", R, kWave},
     {"sf", "IRCAM / MTU sound", RW, kWave, 0xC000364, 0, eitherMagic<"\x64\xA3\1\0", "\0\1\xA3\x64">},
-    {"sf2", "SoundFont v2 bank", RW, kFullBank, 0x4000014, 0, soundFont2, sf2_Imp},
+    {"sf2", "SoundFont v2 bank", RW, kFullBank, 0x4000014, 0, soundFont2, sf2_Imp, sf2_Exp, true},
     {"sf2pack", "MIDI Converter Studio", R, kOwn, 0, 0, soundFontPack, sf2_Imp},
     {"sfark", "Melody Machine SF", R, kOwn, 0, 0, magic<"sfArk", 26>},
     {"sfd", "SoundStage data", R, kWave, 0, 0, detectAlways2},

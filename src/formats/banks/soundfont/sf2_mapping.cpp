@@ -143,8 +143,12 @@ i32 timecentsOf(f64 seconds, i32 most) {
     return std::clamp(roundHalf(std::log2(seconds) * 1200), -12000, most);
 }
 
+/// Whole cents stay as they are; what lies between is truncated, which below key 0 goes up.
 i32 centsOf(f64 hertz) {
-    return saturate<i32>(std::log2(hertz / kLowestHertz) * 1200 + 0.5);
+    constexpr f64 kFloatError = 0.001; // cents
+    const f64 cents = std::log2(hertz / kLowestHertz) * 1200;
+    const f64 nearest = std::round(cents);
+    return saturate<i32>(std::abs(cents - nearest) < kFloatError ? nearest : cents + 0.5);
 }
 
 bool unipolar(const Articulation& from, Lfo lfo) {

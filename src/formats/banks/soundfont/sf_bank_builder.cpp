@@ -22,18 +22,18 @@ constexpr SfGroups::Layout kInstruments{22, false, "EOI"};
 
 } // namespace
 
-void SfBankBuilder::Target::startLayer() {
-    layer = store().Create<Layer>(kNextFreeNumber);
-    instrument.AddChild(layer->id());
-    used.reset();
-}
-
 void SfBankBuilder::Target::add(Region& region) {
     std::bitset<128> keys;
     for (std::size_t key = region.keyLow; key <= region.keyHigh; ++key) keys.set(key);
-    if ((used & keys).any()) startLayer();
-    used |= keys;
-    layer->AddChild(region.id());
+    auto slot =
+        std::find_if(slots.begin(), slots.end(), [&](const Slot& s) { return (s.used & keys).none(); });
+    if (slot == slots.end()) {
+        Layer* layer = store().Create<Layer>(kNextFreeNumber);
+        instrument.AddChild(layer->id());
+        slot = slots.insert(slots.end(), {layer, {}});
+    }
+    slot->used |= keys;
+    slot->layer->AddChild(region.id());
 }
 
 bool SfBankBuilder::exhausted() {
@@ -61,23 +61,22 @@ void SfBankBuilder::preset(const SfGroup& group) {
     instrument.patch = u32{group.program} % 128 | (u32{group.bank} % 128) << 14;
     if (group.bank == kDrumBank) instrument.patch |= Instrument::kDrumKit;
 
-    Target target{instrument, nullptr, {}};
     SfZone start = presetZoneDefaults();
     for (std::size_t bag = group.bags.begin; bag < group.bags.end && !exhausted(); ++bag) {
         SfZone zone = start;
         if (!file_.presets.read(bag, kInstrumentIndex, zone, work_)) continue;
         if (zone.target >= 0)
-            presetZone(zone, target);
+            presetZone(zone, instrument);
         else if (bag == group.bags.begin)
             start = zone; // the global zone
     }
 }
 
-void SfBankBuilder::presetZone(const SfZone& zone, Target& target) {
+void SfBankBuilder::presetZone(const SfZone& zone, Instrument& instrument) {
     const auto index = static_cast<std::size_t>(zone.target);
     if (index >= instruments_.size()) return;
     const SfGroup& group = instruments_[index];
-    target.startLayer();
+    Target target{instrument};
     SfZone start = defaults_;
     for (std::size_t bag = group.bags.begin; bag < group.bags.end && !exhausted(); ++bag) {
         SfZone own = start;

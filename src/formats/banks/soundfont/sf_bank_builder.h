@@ -35,18 +35,22 @@ public:
     void build();
 
 private:
-    /// The layer that regions go to, with the keys that it has in use.
+    /// The layers of one preset zone, with the keys that each has in use.
     struct Target {
+        struct Slot {
+            Layer* layer;
+            std::bitset<128> used;
+        };
         Instrument& instrument;
-        Layer* layer = nullptr;
-        std::bitset<128> used;
+        std::vector<Slot> slots{};
 
-        void startLayer();
+        /// Puts a region into the first layer that has its keys free, so that the sides of stereo pairs and
+        /// stacked velocities end in as few layers as they can.
         void add(Region& region);
     };
 
     void preset(const SfGroup& group);
-    void presetZone(const SfZone& zone, Target& target);
+    void presetZone(const SfZone& zone, Instrument& instrument);
     void instrumentZone(const SfZone& preset, const SfZone& zone, Target& target);
     bool exhausted();
 

@@ -83,6 +83,7 @@ struct SfRange {
         return {low > other.low ? low : other.low, high < other.high ? high : other.high};
     }
     constexpr bool empty() const { return low > high; }
+    friend bool operator==(const SfRange&, const SfRange&) = default;
 };
 
 /// The amounts of a zone. What refers to another table (`instrument`, `sampleID`) is kept aside: its number
