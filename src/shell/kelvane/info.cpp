@@ -1,10 +1,9 @@
 // `kelvane info`: everything in the store, as a tree or as JSON.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #include "formats/framework/detection.h"
 #include "formats/framework/format_table.h"
+#include "model/articulation_fields.h"
 #include "model/collection.h"
 #include "model/instrument.h"
 #include "model/song.h"
@@ -13,149 +12,13 @@
 #include "model/workspace.h"
 #include "samples/data_format.h"
 #include "shell/kelvane/commands.h"
+#include "shell/kelvane/info_json.h"
 #include "shell/kelvane/item_selector.h"
+#include "shell/kelvane/json_writer.h"
 #include "shell/kelvane/terminal_ui.h"
 
 namespace kv {
 namespace {
-
-using Json = nlohmann::ordered_json;
-
-std::string text(std::string_view value) {
-    return std::string(value);
-}
-
-Json paramsJson(const SampleParams& p) {
-    return {{"override", p.override},
-            {"rootKey", p.rootKey},
-            {"fineTune", p.fineTune},
-            {"gainDb", p.gainDb},
-            {"loop", {{"start", p.loopStart}, {"end", p.loopEnd}, {"flags", p.loopFlags}}},
-            {"dontTruncate", p.dontTruncate},
-            {"dontCompress", p.dontCompress},
-            {"startOffset", p.startOffset},
-            {"endOffset", p.endOffset}};
-}
-
-Json itemJson(const Item& item) {
-    return {{"id", item.id()},
-            {"name", text(item.name())},
-            {"describe", item.Describe()},
-            {"dataSize", item.dataSize}};
-}
-
-Json waveJson(const Wave& wave) {
-    Json json = itemJson(wave);
-    std::string_view format;
-    FormatCodeInfo(wave.preferredFormat, &format, nullptr);
-    json["channels"] = wave.channels;
-    json["frames"] = wave.frames;
-    json["sampleRate"] = wave.sampleRate;
-    json["bits"] = wave.bits;
-    json["dataFormat"] = wave.dataFormat;
-    json["preferredFormat"] = text(format);
-    json["compressedKbps"] = wave.compressedKbps;
-    json["params"] = paramsJson(wave.params);
-    json["cuePoints"] = Json::array();
-    for (const CuePoint& cue : wave.cuePoints) {
-        json["cuePoints"].push_back({{"position", cue.position},
-                                     {"length", cue.length},
-                                     {"label", text(cue.label)},
-                                     {"note", text(cue.note)}});
-    }
-    json["artist"] = text(wave.artist);
-    json["album"] = text(wave.album);
-    json["engineer"] = text(wave.engineer);
-    json["copyright"] = text(wave.copyright);
-    json["comments"] = text(wave.comments);
-    json["sourceFile"] = wave.sourceFile.string();
-    json["sourceOffset"] = wave.sourceOffset;
-    json["reader"] = wave.reader ? text(wave.reader->name) : std::string();
-    json["reloadable"] = wave.reloadable;
-    json["resident"] = wave.resident();
-    return json;
-}
-
-Json regionJson(const Region& region) {
-    Json json = itemJson(region);
-    json["childIds"] = region.childIds;
-    json["keyLow"] = region.keyLow;
-    json["keyHigh"] = region.keyHigh;
-    json["velLow"] = region.velLow;
-    json["velHigh"] = region.velHigh;
-    json["keyGroup"] = region.keyGroup;
-    json["phaseGroup"] = region.phaseGroup;
-    json["phaseMaster"] = region.phaseMaster;
-    json["trigger"] = region.trigger;
-    json["pedalUp"] = region.pedalUp;
-    json["pedalDown"] = region.pedalDown;
-    json["selfNonExclusive"] = region.selfNonExclusive;
-    json["params"] = paramsJson(region.params);
-    return json;
-}
-
-/// The children of an item, each as `toJson` says.
-template <class T, class ToJson>
-Json childrenJson(const Item& item, ToJson toJson) {
-    Json list = Json::array();
-    for (const ItemId id : item.childIds) {
-        if (const T* child = store().Find<T>(id)) list.push_back(toJson(*child));
-    }
-    return list;
-}
-
-Json layerJson(const Layer& layer) {
-    Json json = itemJson(layer);
-    json["drum"] = layer.drum;
-    json["regions"] = childrenJson<Region>(layer, regionJson);
-    return json;
-}
-
-Json instrumentJson(const Instrument& instrument) {
-    Json json = itemJson(instrument);
-    json["patch"] = instrument.patch;
-    json["comment"] = text(instrument.comment);
-    json["layers"] = childrenJson<Layer>(instrument, layerJson);
-    return json;
-}
-
-Json trackJson(const Track& track) {
-    Json json = itemJson(track);
-    json["eventCount"] = track.eventCount;
-    json["channelGroup"] = track.channelGroup;
-    return json;
-}
-
-Json songJson(const Song& song) {
-    Json json = itemJson(song);
-    json["smfFormat"] = song.smfFormat;
-    json["division"] = song.division;
-    json["eventCount"] = song.eventCount;
-    json["artist"] = text(song.artist);
-    json["engineer"] = text(song.engineer);
-    json["copyright"] = text(song.copyright);
-    json["product"] = text(song.product);
-    json["comments"] = text(song.comments);
-    json["tracks"] = childrenJson<Track>(song, trackJson);
-    return json;
-}
-
-template <class T, class ToJson>
-Json allJson(ToJson toJson) {
-    Json list = Json::array();
-    for (T& item : store().all<T>()) list.push_back(toJson(item));
-    return list;
-}
-
-Json collectionJson(const Collection& collection) {
-    Json json = itemJson(collection);
-    json["fileName"] = collection.fileName.string();
-    json["sourceFormat"] = collection.sourceFormat;
-    json["engineer"] = text(collection.engineer);
-    json["copyright"] = text(collection.copyright);
-    json["comments"] = text(collection.comments);
-    return json;
-}
 
 /// How sure detection is of the row, in percent.
 int confidenceOf(const std::string& path) {
@@ -171,8 +34,50 @@ void printLine(int depth, std::string_view selector, const Item& item) {
     fmt::print("{:{}}{} \"{}\": {}\n", "", depth * 2, selector, item.name().view(), item.Describe());
 }
 
+void printParams(const SampleParams& params, const char* indent) {
+    fmt::print("{}root key {}", indent, params.rootKey);
+    if (params.fineTune != 0) fmt::print(", fine tune {:+} cents", params.fineTune);
+    if (params.gainDb != 0) fmt::print(", gain {:+.1f} dB", params.gainDb);
+    if (params.looped()) fmt::print(", loop {}..{}", params.loopStart, params.loopEnd);
+    if (params.startOffset != 0) fmt::print(", start {:+}", params.startOffset);
+    if (params.endOffset != 0) fmt::print(", end {:+}", params.endOffset);
+}
+
+/// What a level of an instrument has of its own: fields at their defaults go without saying.
+void printArticulation(const Articulation& record, int depth) {
+    if (!record.enabled) return;
+    fmt::memory_buffer line;
+    const Articulation defaults;
+    for (const ArticulationField& field : articulationFields()) {
+        if (field.get(record) == field.get(defaults)) continue;
+        fmt::format_to(std::back_inserter(line), "{} {} {}", line.size() == 0 ? "" : ",", field.name,
+                       fieldText(field, record));
+    }
+    fmt::print("{:{}}articulation:{}\n", "", depth * 2, fmt::to_string(line));
+}
+
+void printSound(const Item& item, int depth) {
+    switch (classOf(item.id())) {
+        case kInstrumentClass:
+            return printArticulation(static_cast<const Instrument&>(item).articulation, depth);
+        case kLayerClass:
+            return printArticulation(static_cast<const Layer&>(item).articulation, depth);
+        case kRegionClass: {
+            const auto& region = static_cast<const Region&>(item);
+            if (region.params.override) {
+                printParams(region.params, fmt::format("{:{}}", "", depth * 2).c_str());
+                fmt::print("\n");
+            }
+            return printArticulation(region.articulation, depth);
+        }
+        default:
+            return;
+    }
+}
+
 void printTree(const ItemSelectors& selectors, const Item& item, int depth) {
     printLine(depth, selectors.of(item), item);
+    printSound(item, depth + 1);
     for (const ItemId id : item.childIds) {
         // Waves stand in a list of their own.
         const Item* child = classOf(id) == kWaveClass ? nullptr : FindItem(id);
@@ -184,10 +89,8 @@ void printWave(const ItemSelectors& selectors, const Wave& wave) {
     printLine(0, selectors.of(wave), wave);
     std::string_view format;
     FormatCodeInfo(wave.preferredFormat, &format, nullptr);
-    fmt::print("  {}, root key {}", format, wave.params.rootKey);
-    if (wave.params.fineTune != 0) fmt::print(", fine tune {:+} cents", wave.params.fineTune);
-    if (wave.params.gainDb != 0) fmt::print(", gain {:+.1f} dB", wave.params.gainDb);
-    if (wave.params.looped()) fmt::print(", loop {}..{}", wave.params.loopStart, wave.params.loopEnd);
+    fmt::print("  {}", format);
+    printParams(wave.params, ", ");
     fmt::print("\n");
     const std::pair<std::string_view, std::string_view> texts[] = {{"artist", wave.artist},
                                                                    {"album", wave.album},
@@ -215,29 +118,28 @@ void printStore(std::string_view description, int confidence) {
 }
 
 void printJson(const FormatRow* row, int rowNumber, int confidence, bool warnings) {
-    Json json;
-    json["format"] = {{"row", rowNumber},
-                      {"extension", row ? text(row->extension) : ""},
-                      {"description", row ? text(row->description) : ""},
-                      {"confidence", confidence}};
-    const Collection* collection = store().First<Collection>();
-    json["collection"] = collection ? collectionJson(*collection) : Json();
-    json["instruments"] = allJson<Instrument>(instrumentJson);
-    json["waves"] = allJson<Wave>(waveJson);
-    json["songs"] = allJson<Song>(songJson);
-    json["models"] = allJson<SynthModel>([](const SynthModel& model) {
-        Json one = itemJson(model);
-        one["modelType"] = model.modelType;
-        return one;
-    });
+    JsonWriter json(stdout);
+    json.beginObject();
+    json.beginObject("format");
+    json.value("row", rowNumber);
+    json.value("extension", row ? row->extension : std::string_view());
+    json.value("description", row ? row->description : std::string_view());
+    json.value("confidence", confidence);
+    json.endObject();
+    writeStore(json);
     if (warnings) {
-        json["warnings"] = Json::array();
+        json.beginArray("warnings");
         for (const Diagnostic& d : workspace().diagnostics.entries()) {
-            json["warnings"].push_back(
-                {{"offset", d.offset}, {"item", d.item}, {"field", d.field}, {"text", d.text}});
+            json.beginObject();
+            json.value("offset", d.offset);
+            json.value("item", d.item);
+            json.value("field", d.field);
+            json.value("text", d.text);
+            json.endObject();
         }
+        json.endArray();
     }
-    fmt::print("{}\n", json.dump(2, ' ', false, Json::error_handler_t::replace));
+    json.endObject();
 }
 
 } // namespace
