@@ -2,6 +2,8 @@
 #pragma once
 
 #include <array>
+#include <span>
+#include <string_view>
 
 #include "base/integers.h"
 
@@ -44,6 +46,9 @@ enum class Switch : u8 {
     DrumKits,
 };
 inline constexpr std::size_t kSwitchCount = 33;
+
+/// The switches' names, by index.
+std::span<const std::string_view, kSwitchCount> switchNames();
 
 struct ParameterSet {
     std::array<u8, kSwitchCount> switches;

@@ -16,6 +16,7 @@
 #include "base/byte_source.h"
 #include "base/run_context.h"
 #include "base/text.h"
+#include "formats/framework/parameter_sets.h"
 #include "samples/text_codec.h"
 #include "shell/toml_text.h"
 
@@ -383,16 +384,36 @@ bool SaveSettings(const fs::path& file, const AppSettings& settings) {
     return Fail("Settings", "Could not write {}", file.native());
 }
 
+namespace {
+
+/// The switch that a name like "pset.7" or "pset.LFOs: Ramp time" stands for.
+std::optional<Switch> switchOf(std::string_view name) {
+    constexpr std::string_view kGroup = "pset.";
+    if (!name.starts_with(kGroup)) return {};
+    name.remove_prefix(kGroup.size());
+    for (std::size_t i = 0; i < kSwitchCount; ++i) {
+        if (equalIgnoringCase(name, switchNames()[i]) || name == fmt::to_string(i))
+            return static_cast<Switch>(i);
+    }
+    return {};
+}
+
+} // namespace
+
+bool isSetting(std::string_view name) {
+    return switchOf(name) || findSetting(name);
+}
+
 std::string settingText(const AppSettings& settings, std::string_view name) {
+    if (const std::optional<Switch> one = switchOf(name)) return settings.pset[*one] ? "true" : "false";
     const Setting* setting = findSetting(name);
     if (!setting) return {};
     AppSettings copy = settings;
     if (auto value = setting->at(copy); const std::string* const* text = std::get_if<std::string*>(&value))
         return **text;
-    if (auto value = setting->at(copy); const std::span<u8>* switches = std::get_if<std::span<u8>>(&value)) {
-        std::string digits;
-        for (const u8 s : *switches) digits += s != 0 ? '1' : '0';
-        return digits;
+    if (std::holds_alternative<std::span<u8>>(setting->at(copy))) {
+        const std::string_view set = parameterSetName(copy.pset);
+        return set == kCustomSet ? parameterSetText(copy.pset) : std::string(set);
     }
     toml::table table;
     std::visit([&](auto value) { toNode(table, "x", value); }, setting->at(copy));
@@ -402,6 +423,13 @@ std::string settingText(const AppSettings& settings, std::string_view name) {
 }
 
 bool setSetting(AppSettings& settings, std::string_view name, std::string_view text) {
+    if (const std::optional<Switch> one = switchOf(name)) {
+        const bool on = text == "true" || text == "1" || text == "on";
+        if (!on && text != "false" && text != "0" && text != "off")
+            return Fail("Settings", "\"{}\" is no value for \"{}\", which takes a flag", text, name);
+        settings.pset.set(*one, on);
+        return true;
+    }
     const Setting* setting = findSetting(name);
     if (!setting) return false;
     const Ref value = setting->at(settings);
@@ -409,12 +437,11 @@ bool setSetting(AppSettings& settings, std::string_view name, std::string_view t
         **member = setting->limit == 0 ? text : cutToCharacters(text, setting->limit);
         return true;
     }
-    if (const std::span<u8>* switches = std::get_if<std::span<u8>>(&value)) {
-        if (text.size() != switches->size() || text.find_first_not_of("01") != std::string_view::npos) {
-            return Fail("Settings", "\"{}\" takes {} digits 0 or 1", name, switches->size());
-        }
-        std::transform(text.begin(), text.end(), switches->begin(),
-                       [](char c) { return static_cast<u8>(c - '0'); });
+    if (std::holds_alternative<std::span<u8>>(value)) {
+        const std::optional<ParameterSet> set = parameterSetOf(text);
+        if (!set)
+            return Fail("Settings", "\"{}\" takes the name of a set or {} digits 0 or 1", name, kSwitchCount);
+        settings.pset = *set;
         return true;
     }
     if (std::holds_alternative<bool*>(value) && (text == "0" || text == "1"))
@@ -431,6 +458,10 @@ bool setSetting(AppSettings& settings, std::string_view name, std::string_view t
 }
 
 bool resetSetting(AppSettings& settings, std::string_view name) {
+    if (const std::optional<Switch> one = switchOf(name)) {
+        settings.pset.set(*one, ParameterSet()[*one]);
+        return true;
+    }
     const Setting* setting = findSetting(name);
     if (!setting) return false;
     AppSettings defaults;

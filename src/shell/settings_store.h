@@ -35,8 +35,11 @@ SettingsLoad LoadSettings(const std::filesystem::path& file, AppSettings& settin
 /// whole or not at all.
 bool SaveSettings(const std::filesystem::path& file, const AppSettings& settings);
 
-/// A value as text: true or false, a number, the text itself, or an array in brackets. Empty for a name
-/// that there isn't.
+/// There is a setting of this name, or a switch of the parameter set, as "pset.7" or
+/// "pset.LFOs: Ramp time"; else false with the error pair set.
+bool isSetting(std::string_view name);
+/// A value as text: true or false, a number, the text itself, an array in brackets, or the name of a
+/// parameter set (its digits when it has none). Empty for a name that there isn't.
 std::string settingText(const AppSettings& settings, std::string_view name);
 /// Takes a value from such a text. False with the error pair set for an unknown name or an unfit text.
 bool setSetting(AppSettings& settings, std::string_view name, std::string_view text);

@@ -54,7 +54,7 @@ int runInfo(const InfoOptions& options, TerminalUi& ui);
 
 struct ConvertOptions {
     std::vector<std::string> paths; ///< inputs, then the output
-    std::string to, data = "auto", channels = "auto", item, nameMode;
+    std::string to, data = "auto", channels = "auto", item, nameMode, parameterSet;
     f32 bitRate = 0;
     bool subDirs = false, force = false, quiet = false;
     InputOptions input;
@@ -62,7 +62,7 @@ struct ConvertOptions {
 int runConvert(const ConvertOptions& options, TerminalUi& ui);
 
 struct SettingsOptions {
-    std::string action; ///< list, get, set, reset
+    std::string action; ///< list, get, set, reset, pset
     std::string name, value;
     bool json = false;
     std::string file; ///< of the settings

@@ -6,6 +6,7 @@
 
 #include "formats/framework/drivers.h"
 #include "formats/framework/format_table.h"
+#include "formats/framework/parameter_sets.h"
 #include "model/collection.h"
 #include "model/workspace.h"
 #include "samples/data_format.h"
@@ -116,6 +117,14 @@ bool Conversion::prepare() {
     toFolder_ = !toStream_ && (output_.native().ends_with('/') || fs::is_directory(output_, ignored));
     if (inputs_.size() > 1 && !toFolder_) {
         return Fail("convert", "Several inputs go to a folder: \"{}\" is none", output_.string());
+    }
+    if (!options_.parameterSet.empty()) {
+        const std::optional<ParameterSet> set = parameterSetOf(options_.parameterSet);
+        if (!set) {
+            return Fail("convert", "There is no parameter set \"{}\"; `kelvane settings pset` lists them",
+                        options_.parameterSet);
+        }
+        settings().pset = *set;
     }
     return chooseTarget() && chooseData();
 }

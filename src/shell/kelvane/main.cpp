@@ -120,6 +120,10 @@ int run(int argc, char** argv) {
         ->type_name("ITEM");
     convertCommand->add_option("--name-mode", convert.nameMode, "How files of a folder are named")
         ->check(CLI::IsMember({"number", "base-name", "name", "source", "bank"}));
+    convertCommand
+        ->add_option("--parameter-set", convert.parameterSet,
+                     "Keep only what this set of parameters has, as \"SoundFont 2.1 set (.SF2)\"")
+        ->type_name("NAME");
     convertCommand->add_flag("--sub-dirs", convert.subDirs, "Each file in a folder of its own name");
     convertCommand->add_flag("--force", convert.force, "Replace files that exist");
     addInput(*convertCommand, convert.input);
@@ -136,6 +140,8 @@ int run(int argc, char** argv) {
     set->add_option("VALUE", setting.value)->required();
     CLI::App* reset = settingsCommand->add_subcommand("reset", "One value, or all, to the default");
     reset->add_option("NAME", setting.name);
+    CLI::App* pset =
+        settingsCommand->add_subcommand("pset", "The parameter sets, and the active one's switches");
 
     try {
         app.parse(argc, argv);
@@ -152,7 +158,7 @@ int run(int argc, char** argv) {
     workspace().ui = &ui;
     convert.quiet = globals.quiet;
     setting.file = globals.settingsFile;
-    for (CLI::App* action : {list, get, set, reset}) {
+    for (CLI::App* action : {list, get, set, reset, pset}) {
         if (action->parsed()) setting.action = action->get_name();
     }
     if (formatsCommand->parsed()) return runFormats(formats);

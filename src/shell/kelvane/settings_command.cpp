@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "formats/framework/parameter_sets.h"
 #include "model/workspace.h"
 #include "shell/kelvane/commands.h"
 #include "shell/settings_store.h"
@@ -24,11 +25,17 @@ int listSettings(bool json) {
     return kDone;
 }
 
-bool known(const std::string& name) {
-    for (const SettingInfo& info : settingInfos()) {
-        if (info.name == name) return true;
+int listParameterSets() {
+    const ParameterSet& active = settings().pset;
+    for (std::size_t i = 0; i < namedParameterSets(); ++i) {
+        fmt::print("{} {}\n", parameterSetName(i) == parameterSetName(active) ? '*' : ' ',
+                   parameterSetName(i));
     }
-    return Fail("Settings", "There is no setting \"{}\"", name);
+    fmt::print("\n");
+    for (std::size_t i = 0; i < kSwitchCount; ++i) {
+        fmt::print("{:2} {:3} {}\n", i, active.switches[i] != 0 ? "on" : "off", switchNames()[i]);
+    }
+    return kDone;
 }
 
 bool save(const SettingsOptions& options) {
@@ -43,7 +50,8 @@ int runSettings(const SettingsOptions& options) {
         settings() = AppSettings();
         return save(options) ? kDone : reportFailure();
     }
-    if (!known(options.name)) {
+    if (options.action == "pset") return listParameterSets();
+    if (!isSetting(options.name)) {
         reportFailure();
         return kUsage;
     }
