@@ -404,7 +404,7 @@ constexpr FormatRow kRows[] = {
     {"s3p", "AKAI MESA II/PC S-series program", RW, kFullInstrument, 0x4000004},
     {"sam", "Signed 8-bit PCM", R, kWave, 0, 0, detectAlways2, raw_Imp<kPcm8>},
     {"sb", "Signed bytes (8-bit)", RW, kWave, 0xC008001, 0, detectAlways2, raw_Imp<kPcm8>, raw_Exp, true},
-    {"sbk", "SoundFont v1", RW, kFullBank, 0x4000004, 0, soundFont1},
+    {"sbk", "SoundFont v1", RW, kFullBank, 0x4000004, 0, soundFont1, sbk_Imp, sbk_Exp, true},
     {"sbi", "Creative FM instrument", R, kInstrument, 0, 0, magic<"SBI\x1A">},
     {"sd", "Sound Designer I", RW, kWave, 0x4000004},
     {"sc2", "Sample Cell II PC", R, kInstrument},

@@ -227,16 +227,38 @@ void readPlaying(const SfZonePair& zone, Articulation& articulation, SampleParam
     const i16 rootKey = own.generators[kOverridingRootKey];
     if (rootKey >= 0 && rootKey < 128) params.rootKey = static_cast<u8>(rootKey);
     params.fineTune += zone.generator(kFineTune);
+    sf_ReadLoop(own, params);
+    articulation.masterTune = static_cast<f32>(zone.generator(kCoarseTune));
+}
+
+} // namespace
+
+void sf_ReadLoop(const SfZone& own, SampleParams& params) {
     const int modes = own.generators[kSampleModes] & 3;
     params.loopFlags = modes == 1 ? u16{kLooped} : modes == 3 ? u16{kLooped | kLoopUntilRelease} : u16{0};
     params.loopStart += frames(own, kStartloopAddrsCoarseOffset, kStartloopAddrsOffset);
     params.loopEnd += frames(own, kEndloopAddrsCoarseOffset, kEndloopAddrsOffset);
     params.startOffset = frames(own, kStartAddrsCoarseOffset, kStartAddrsOffset);
     params.endOffset = frames(own, kEndAddrsCoarseOffset, kEndAddrsOffset);
-    articulation.masterTune = static_cast<f32>(zone.generator(kCoarseTune));
 }
 
-} // namespace
+void sf_AddLoop(SfZone& zone, const SampleParams& params, const SampleParams& wave) {
+    auto& out = zone.generators;
+    if (params.startOffset > 0) {
+        splitFrames(params.startOffset, out[kStartAddrsCoarseOffset], out[kStartAddrsOffset]);
+    }
+    if (params.endOffset < 0) {
+        out[kEndAddrsOffset] = static_cast<i16>(params.endOffset % 32768);
+        out[kEndAddrsCoarseOffset] = saturate<i16>(params.endOffset / 32768);
+    }
+    splitFrames(roundHalf(params.loopStart - wave.loopStart), out[kStartloopAddrsCoarseOffset],
+                out[kStartloopAddrsOffset]);
+    splitFrames(roundHalf(params.loopEnd - wave.loopEnd), out[kEndloopAddrsCoarseOffset],
+                out[kEndloopAddrsOffset]);
+    out[kSampleModes] = static_cast<i16>(!params.looped()                              ? 0
+                                         : (params.loopFlags & kLoopUntilRelease) != 0 ? 3
+                                                                                       : 1);
+}
 
 f64 secondsOfTimecents(i32 timecents) {
     return timecents <= -12000 ? 0 : std::exp2(timecents / 1200.0);
@@ -310,20 +332,7 @@ void sf2_AddPlaying(SfZone& zone, const Articulation& articulation, const Sample
     out[kFineTune] = saturate<i16>(roundHalf((tune - semitones) * 100));
     if (params.rootKey != wave.rootKey) out[kOverridingRootKey] = params.rootKey;
 
-    if (params.startOffset > 0) {
-        splitFrames(params.startOffset, out[kStartAddrsCoarseOffset], out[kStartAddrsOffset]);
-    }
-    if (params.endOffset < 0) {
-        out[kEndAddrsOffset] = static_cast<i16>(params.endOffset % 32768);
-        out[kEndAddrsCoarseOffset] = saturate<i16>(params.endOffset / 32768);
-    }
-    splitFrames(roundHalf(params.loopStart - wave.loopStart), out[kStartloopAddrsCoarseOffset],
-                out[kStartloopAddrsOffset]);
-    splitFrames(roundHalf(params.loopEnd - wave.loopEnd), out[kEndloopAddrsCoarseOffset],
-                out[kEndloopAddrsOffset]);
-    out[kSampleModes] = static_cast<i16>(!params.looped()                              ? 0
-                                         : (params.loopFlags & kLoopUntilRelease) != 0 ? 3
-                                                                                       : 1);
+    sf_AddLoop(zone, params, wave);
 }
 
 } // namespace kv

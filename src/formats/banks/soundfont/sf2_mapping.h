@@ -34,6 +34,11 @@ SfZone sf2_ZoneOf(const Articulation& articulation);
 void sf2_AddPlaying(SfZone& zone, const Articulation& articulation, const SampleParams& params,
                     const SampleParams& wave);
 
+/// The loop, and what of the wave is left out, which both versions tell alike. The other offsets of `params`
+/// count from those of the wave.
+void sf_ReadLoop(const SfZone& instrument, SampleParams& params);
+void sf_AddLoop(SfZone& zone, const SampleParams& params, const SampleParams& wave);
+
 /// The filter can be told in the format, which has one low-pass.
 bool sf2_HasFilter(const Articulation& articulation);
 
