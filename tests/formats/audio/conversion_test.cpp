@@ -4,7 +4,7 @@
 
 #include <csignal>
 
-#include "audio_test.h"
+#include "formats/format_test.h"
 #include "formats/framework/format_table.h"
 #include "model/instrument.h"
 #include "model/song.h"
@@ -12,7 +12,7 @@
 namespace kv {
 namespace {
 
-class Drivers : public test::AudioTest {
+class Drivers : public test::FormatTest {
 protected:
     const std::vector<i16> samples = std::vector<i16>(500, 1234);
 };

@@ -3,14 +3,14 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "audio_test.h"
+#include "formats/format_test.h"
 
 namespace kv {
 namespace {
 
 namespace fs = std::filesystem;
 
-class Corpus : public test::AudioTest {
+class Corpus : public test::FormatTest {
 protected:
     static std::vector<fs::path> waves() {
         std::vector<fs::path> paths;

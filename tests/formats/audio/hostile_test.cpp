@@ -4,14 +4,14 @@
 
 #include <random>
 
-#include "audio_test.h"
+#include "formats/format_test.h"
 
 namespace kv {
 namespace {
 
 using test::addChunk;
 
-class Hostile : public test::AudioTest {
+class Hostile : public test::FormatTest {
 protected:
     /// A file with one of everything.
     Bytes richWav() {

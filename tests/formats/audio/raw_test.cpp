@@ -1,11 +1,11 @@
 #include "formats/audio/raw.h"
 
-#include "audio_test.h"
+#include "formats/format_test.h"
 
 namespace kv {
 namespace {
 
-class Raw : public test::AudioTest {};
+class Raw : public test::FormatTest {};
 
 TEST_F(Raw, RowsReadAndWriteTheirForm) {
     struct Case {

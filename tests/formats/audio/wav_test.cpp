@@ -1,6 +1,6 @@
-#include "audio_test.h"
 #include "formats/audio/wav_chunks.h"
 #include "formats/audio/wav_writer.h"
+#include "formats/format_test.h"
 
 namespace kv {
 namespace {
@@ -9,7 +9,7 @@ using test::addChunk;
 using test::fmtContents;
 using test::riff;
 
-class Wav : public test::AudioTest {
+class Wav : public test::FormatTest {
 protected:
     /// A file of the given fmt contents and data.
     Wave* importFormat(ByteSpan fmt, ByteSpan data, ByteSpan between = {}) {

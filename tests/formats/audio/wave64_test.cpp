@@ -1,11 +1,11 @@
 #include "formats/audio/wave64.h"
 
-#include "audio_test.h"
+#include "formats/format_test.h"
 
 namespace kv {
 namespace {
 
-class Wave64 : public test::AudioTest {};
+class Wave64 : public test::FormatTest {};
 
 TEST_F(Wave64, HoldsEveryFormAndText) {
     std::vector<i16> samples(1001);

@@ -40,9 +40,9 @@ inline Bytes int16Bytes(std::span<const i16> samples) {
 }
 
 /// A workspace that knows all formats, and a folder for its files.
-class AudioTest : public testing::Test {
+class FormatTest : public testing::Test {
 protected:
-    AudioTest() {
+    FormatTest() {
         space.ui = &ui;
         space.formats = &formatTable();
     }
