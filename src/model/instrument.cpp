@@ -420,6 +420,13 @@ Instrument* InstrumentOfLayer(const Layer& layer) {
     return nullptr;
 }
 
+Layer* LayerOfRegion(const Region& region) {
+    for (Layer& layer : region.store().all<Layer>()) {
+        if (layer.HasChild(region.id())) return &layer;
+    }
+    return nullptr;
+}
+
 Layer* LayerOfSynth(const SynthModel& model) {
     for (Layer& layer : model.store().all<Layer>()) {
         if (anyChild<Region>(layer, [&](const Region& region) { return region.HasChild(model.id()); })) {

@@ -127,6 +127,7 @@ bool LayersOverlap(const Layer& layer, const Layer& other, bool withVelocity);
 /// A flag for each key in use.
 std::array<bool, 128> KeyUsage(const Layer& layer);
 Instrument* InstrumentOfLayer(const Layer& layer);
+Layer* LayerOfRegion(const Region& region);
 Layer* LayerOfSynth(const SynthModel& model);
 
 inline constexpr u32 kNoWaveNumber = 0xFFFFFF;

@@ -61,6 +61,15 @@ struct ConvertOptions {
 };
 int runConvert(const ConvertOptions& options, TerminalUi& ui);
 
+struct PresetOptions {
+    std::string action;             ///< show, extract, apply
+    std::vector<std::string> paths; ///< in the order of the command line
+    std::string item, to;
+    bool json = false, force = false;
+    InputOptions input;
+};
+int runPreset(const PresetOptions& options, TerminalUi& ui);
+
 struct SettingsOptions {
     std::string action; ///< list, get, set, reset, pset
     std::string name, value;

@@ -8,6 +8,7 @@
 #include "formats/framework/format_table.h"
 #include "formats/framework/parameter_sets.h"
 #include "model/collection.h"
+#include "model/lonely_waves.h"
 #include "model/workspace.h"
 #include "samples/data_format.h"
 #include "shell/kelvane/commands.h"
@@ -186,6 +187,12 @@ bool Conversion::convertAll(const std::string& input, std::size_t items) {
 bool Conversion::convert(const std::string& input) {
     workspace().wavFact = 0; // each input is converted as if it were the only one
     if (!openInput(input, options_.input, ui_)) return false;
+    // Plain waves go to a format of instruments as instruments that play one each.
+    const u32 holds = workspace().formats->row(row_)->typeFlags;
+    if ((holds & kCollectionClass) != 0 && (holds & kInstrumentClass) != 0 && options_.item.empty() &&
+        store().count(kInstrumentClass) == 0 && store().count(kWaveClass) > 0) {
+        AutoCreateInstruments();
+    }
     std::size_t items = 1;
     Item* item = options_.item.empty() ? onlyItem(items) : selectItem(options_.item);
     if (!options_.item.empty() && !item) return false;

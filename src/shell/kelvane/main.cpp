@@ -128,6 +128,31 @@ int run(int argc, char** argv) {
     convertCommand->add_flag("--force", convert.force, "Replace files that exist");
     addInput(*convertCommand, convert.input);
 
+    PresetOptions preset;
+    CLI::App* presetCommand = app.add_subcommand("preset", "Articulation presets (.dlsa)");
+    presetCommand->require_subcommand(1);
+    CLI::App* show = presetCommand->add_subcommand("show", "Print a preset");
+    show->add_option("PRESET", preset.paths, "Preset file")->required()->expected(1);
+    show->add_flag("--json", preset.json, "As JSON");
+    CLI::App* extract = presetCommand->add_subcommand("extract", "Save what an instrument sounds with");
+    extract->add_option("INPUT PRESET", preset.paths, "Bank, then the preset file to make")
+        ->required()
+        ->expected(2);
+    CLI::App* apply = presetCommand->add_subcommand("apply", "Give instruments of a bank a preset");
+    apply->add_option("PRESET INPUT OUTPUT", preset.paths, "Preset file, bank, and the bank to make")
+        ->required()
+        ->expected(3);
+    apply->add_option("--to", preset.to, "Format of the output, else by its extension")->type_name("FORMAT");
+    for (CLI::App* command : {extract, apply}) {
+        command
+            ->add_option("--item", preset.item,
+                         "This instrument, layer or region; else the first one's sound is saved, and all "
+                         "instruments take the preset")
+            ->type_name("ITEM");
+        command->add_flag("--force", preset.force, "Replace a file that exists");
+        addInput(*command, preset.input);
+    }
+
     SettingsOptions setting;
     CLI::App* settingsCommand = app.add_subcommand("settings", "Show or change settings");
     settingsCommand->require_subcommand(1);
@@ -161,10 +186,14 @@ int run(int argc, char** argv) {
     for (CLI::App* action : {list, get, set, reset, pset}) {
         if (action->parsed()) setting.action = action->get_name();
     }
+    for (CLI::App* action : {show, extract, apply}) {
+        if (action->parsed()) preset.action = action->get_name();
+    }
     if (formatsCommand->parsed()) return runFormats(formats);
     if (detectCommand->parsed()) return runDetect(detect);
     if (infoCommand->parsed()) return runInfo(info, ui);
     if (convertCommand->parsed()) return runConvert(convert, ui);
+    if (presetCommand->parsed()) return runPreset(preset, ui);
     return runSettings(setting);
 }
 

@@ -37,13 +37,6 @@ void forEachRegion(const Layer& layer, Do work) {
     }
 }
 
-const Layer* layerOf(const Region& region) {
-    for (const Layer& layer : store().all<Layer>()) {
-        if (layer.HasChild(region.id())) return &layer;
-    }
-    return nullptr;
-}
-
 /// A text in the 8-bit form of old files where that can tell it, else in UTF-8; cut to a number of bytes.
 std::string storedText(std::string_view text, std::size_t bytes) {
     const std::string ansi = Utf8ToAnsi(text);
@@ -121,7 +114,7 @@ void SfContents::wrap(Item& item) {
         layer = store().Create<Layer>(kNextFreeNumber);
         Region* copy = store().Create<Region>(source, kNextFreeNumber);
         layer->AddChild(copy->id());
-        if (const Layer* above = layerOf(source)) {
+        if (const Layer* above = LayerOfRegion(source)) {
             const Articulation sounding = resolveArticulation(InstrumentOfLayer(*above), above, &source);
             if (sounding.enabled) copy->articulation = sounding;
         }
