@@ -31,8 +31,11 @@ u32 magnitudes(std::span<const i16> words) {
     return sum;
 }
 
-i16 decodeValue(SfarkBits& bits, unsigned scale) {
-    const u32 low = bits.bits(scale + 1);
+i16 decodeValue(SfarkBits& bits, i32 scale) {
+    if (scale == kZeroScale) return 0;
+    if (scale == kSignScale) return bits.flag() ? -1 : 0;
+    if (scale == kRawScale) return static_cast<i16>(bits.bits(16));
+    const u32 low = bits.bits(static_cast<unsigned>(scale) + 1);
     const u32 value = bits.zeros() << scale | low >> 1;
     return static_cast<i16>(low % 2 == 0 ? value : ~value);
 }
@@ -43,6 +46,7 @@ void runningSum(std::span<i16> words, i16& state) {
 
 /// Each word is half the sum of its neighbours plus what is stored; restored from the end.
 void runningAverage(std::span<i16> words, i16& state) {
+    if (words.empty()) return;
     state = words.back();
     for (std::size_t i = words.size() - 1; i-- > 0;) {
         const i32 before = i > 0 ? words[i - 1] : 0;
@@ -70,65 +74,63 @@ SfarkAudio::SfarkAudio(const SfarkMethod& method) : method_(method), block_(meth
     if (method.coefficients != 0) predictor_.emplace(method.coefficients);
 }
 
-std::span<const i16> SfarkAudio::decode(SfarkBits& bits, std::size_t count, u32& check) {
-    const std::span<i16> words = std::span(block_).first(count);
-    if (method_.number == 4) return decodePlain(bits, words, check) ? words : std::span<i16>();
-    if (!decodeFull(bits, words)) return {};
-    check = 2 * check + magnitudes(words);
-    return words;
+bool SfarkAudio::decode(SfarkBits& bits, std::size_t count, u32& check) {
+    words_ = std::span(block_).first(count);
+    if (method_.number == 4) return decodePlain(bits, check);
+    if (!decodeFull(bits)) return false;
+    check = 2 * check + magnitudes(words_);
+    return true;
 }
 
 /// Method 4. The check covers the words before the last pass, and only if there is one.
-bool SfarkAudio::decodePlain(SfarkBits& bits, std::span<i16> words, u32& check) {
+bool SfarkAudio::decodePlain(SfarkBits& bits, u32& check) {
     passCount_ = bits.near(passCount_);
-    if (passCount_ < 0 || passCount_ > method_.mostPasses || !readValues(bits, words)) return false;
+    if (passCount_ < 0 || passCount_ > method_.mostPasses || !readValues(bits)) return false;
     for (auto j = static_cast<std::size_t>(passCount_); j-- > 0;) {
-        if (j == 0) check = 2 * check + magnitudes(words);
-        runningSum(words, states_[j]);
+        if (j == 0) check = 2 * check + magnitudes(words_);
+        runningSum(words_, states_[j]);
     }
     return true;
 }
 
-bool SfarkAudio::decodeFull(SfarkBits& bits, std::span<i16> words) {
-    if (!readShifts(bits, words.size()) || !readPasses(bits)) return false;
+bool SfarkAudio::decodeFull(SfarkBits& bits) {
+    if (!readShifts(bits) || !readPasses(bits)) return false;
     u32 resets = 0;
     if (predictor_ && bits.flag()) {
         resets = bits.bits(16);
         resets |= bits.bits(16) << 16;
     }
-    if (!readValues(bits, words)) return false;
-    if (predictor_) predict(words.size(), resets);
-    for (std::size_t j = passes_.size(); j-- > 0;) {
-        switch (passes_[j]) {
-            case Pass::Sum:
-                runningSum(words, states_[j]);
-                break;
-            case Pass::Average:
-                runningAverage(words, states_[j]);
-                break;
-            case Pass::Bd4:
-                halfSum(words, states_[j]);
-                break;
-        }
-    }
-    applyShifts(words);
+    if (!readValues(bits)) return false;
+    if (predictor_) predict(resets);
+    for (std::size_t j = passes_.size(); j-- > 0;) undoPass(j);
+    applyShifts();
     return true;
 }
 
+void SfarkAudio::undoPass(std::size_t pass) {
+    switch (passes_[pass]) {
+        case Pass::Sum:
+            return runningSum(words_, states_[pass]);
+        case Pass::Average:
+            return runningAverage(words_, states_[pass]);
+        case Pass::Bd4:
+            return halfSum(words_, states_[pass]);
+    }
+}
+
 /// The shift stays from block to block, but a block can be left out.
-bool SfarkAudio::readShifts(SfarkBits& bits, std::size_t count) {
-    shifts_.clear();
-    if (!bits.flag()) return bits.ok();
-    const std::size_t parts = (count + kShiftPart - 1) / kShiftPart;
+bool SfarkAudio::readShifts(SfarkBits& bits) {
+    const bool shifted = bits.flag();
+    shifts_.assign(shifted ? (words_.size() + kShiftPart - 1) / kShiftPart : 0, shift_);
     std::size_t part = 0;
-    shifts_.push_back({0, shift_});
-    while (bits.flag()) {
-        part += bits.bits(static_cast<unsigned>(std::bit_width(parts - part - 1)));
+    while (shifted && bits.flag()) {
+        if (part >= shifts_.size()) return false;
+        part += bits.bits(static_cast<unsigned>(std::bit_width(shifts_.size() - part - 1)));
         const bool takesOver = shift_ == 0;
         shift_ = bits.near(takesOver ? usedShift_ : 0);
         if (takesOver) usedShift_ = shift_;
-        if (part >= parts || shift_ < 0 || shift_ > 15 || !bits.ok()) return false;
-        shifts_.push_back({part * kShiftPart, shift_});
+        if (part >= shifts_.size() || shift_ < 0 || shift_ > 15 || !bits.ok()) return false;
+        std::fill(shifts_.begin() + static_cast<std::ptrdiff_t>(part), shifts_.end(), shift_);
     }
     return bits.ok();
 }
@@ -144,35 +146,22 @@ bool SfarkAudio::readPasses(SfarkBits& bits) {
     return bits.ok();
 }
 
-bool SfarkAudio::readValues(SfarkBits& bits, std::span<i16> words) {
-    while (!words.empty() && bits.ok()) {
-        const std::span<i16> window = words.first(std::min<std::size_t>(method_.windowWords, words.size()));
-        words = words.subspan(window.size());
+bool SfarkAudio::readValues(SfarkBits& bits) {
+    for (std::span<i16> left = words_; !left.empty() && bits.ok();) {
+        const std::span<i16> window = left.first(std::min<std::size_t>(method_.windowWords, left.size()));
+        left = left.subspan(window.size());
         scale_ = bits.near(scale_);
         if (scale_ < kZeroScale || scale_ > kRawScale) return false;
-        for (i16& word : window) {
-            switch (scale_) {
-                case kZeroScale:
-                    word = 0;
-                    break;
-                case kSignScale:
-                    word = bits.flag() ? -1 : 0;
-                    break;
-                case kRawScale:
-                    word = static_cast<i16>(bits.bits(16));
-                    break;
-                default:
-                    word = decodeValue(bits, static_cast<unsigned>(scale_));
-            }
-        }
+        for (i16& word : window) word = decodeValue(bits, scale_);
     }
     return bits.ok();
 }
 
 /// The last window is decoded in full: what stands behind the words doesn't reach them. Blocks that are
 /// shorter than a window aren't predicted.
-void SfarkAudio::predict(std::size_t count, u32 resets) {
+void SfarkAudio::predict(u32 resets) {
     constexpr std::size_t kWindow = SfarkPredictor::kWindow;
+    const std::size_t count = words_.size();
     if (count < kWindow) return;
     std::fill(block_.begin() + static_cast<std::ptrdiff_t>(count), block_.end(), i16{0});
     for (std::size_t at = 0; at < count; at += kWindow, resets >>= 1) {
@@ -180,13 +169,10 @@ void SfarkAudio::predict(std::size_t count, u32 resets) {
     }
 }
 
-/// A later change takes over from where it stands.
-void SfarkAudio::applyShifts(std::span<i16> words) const {
-    for (std::size_t i = 0; i < shifts_.size(); ++i) {
-        const std::size_t end = i + 1 < shifts_.size() ? shifts_[i + 1].from : words.size();
-        for (std::size_t at = shifts_[i].from; at < end; ++at) {
-            words[at] = static_cast<i16>(static_cast<u32>(words[at]) << shifts_[i].by);
-        }
+void SfarkAudio::applyShifts() {
+    if (shifts_.empty()) return;
+    for (std::size_t i = 0; i < words_.size(); ++i) {
+        words_[i] = static_cast<i16>(static_cast<u32>(words_[i]) << shifts_[i / kShiftPart]);
     }
 }
 

@@ -27,29 +27,29 @@ class SfarkAudio {
 public:
     explicit SfarkAudio(const SfarkMethod& method);
 
-    /// The next block, of `count` words (1..blockWords), which live until the next call, and brings the file
-    /// check up to date. Empty when the stream is damaged or ends.
-    std::span<const i16> decode(SfarkBits& bits, std::size_t count, u32& check);
+    /// Decodes the next block, of `count` words (0..blockWords), and brings the file check up to date. False
+    /// when the stream is damaged or ends.
+    bool decode(SfarkBits& bits, std::size_t count, u32& check);
+    /// The words of the last block.
+    std::span<const i16> words() const { return words_; }
 
 private:
     enum class Pass : u8 { Sum, Average, Bd4 };
-    struct Shift {
-        std::size_t from; ///< word
-        i32 by;           ///< bits
-    };
 
-    bool decodePlain(SfarkBits& bits, std::span<i16> words, u32& check);
-    bool decodeFull(SfarkBits& bits, std::span<i16> words);
-    bool readShifts(SfarkBits& bits, std::size_t count);
+    bool decodePlain(SfarkBits& bits, u32& check);
+    bool decodeFull(SfarkBits& bits);
+    bool readShifts(SfarkBits& bits);
     bool readPasses(SfarkBits& bits);
-    bool readValues(SfarkBits& bits, std::span<i16> words);
-    void predict(std::size_t count, u32 resets);
-    void applyShifts(std::span<i16> words) const;
+    bool readValues(SfarkBits& bits);
+    void predict(u32 resets);
+    void undoPass(std::size_t pass);
+    void applyShifts();
 
     const SfarkMethod& method_;
     std::vector<i16> block_;
-    std::vector<Pass> passes_; ///< of the current block; undone from the last
-    std::vector<Shift> shifts_;
+    std::span<i16> words_;         ///< what is used of `block_`
+    std::vector<Pass> passes_;     ///< of the current block; undone from the last
+    std::vector<i32> shifts_;      ///< bits, by part of the current block; empty: none
     std::array<i16, 20> states_{}; ///< by pass; all kinds share them
     std::optional<SfarkPredictor> predictor_;
     i32 passCount_ = 0; ///< of the previous block of the kind

@@ -3,6 +3,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <array>
 #include <optional>
 
 #include "base/run_context.h"
@@ -119,7 +120,7 @@ public:
     }
 
 private:
-    /// Inflates a block; empty, or null if it is damaged.
+    /// The inflated block, until the next one; null if it is damaged.
     std::optional<ByteSpan> inflated(ByteSpan packed) {
         uLongf size = kBlockBytes;
         const int result =
@@ -162,21 +163,21 @@ private:
         return written_ == end || failed();
     }
 
+    /// As before the audio there is a block at least, if anything follows.
     bool copyAudio() {
+        if (written_ == header_.size) return true;
         const std::size_t blockWords = sfarkMethod(header_.method)->blockWords;
         Bytes bytes;
-        while (written_ < header_.audioEnd) {
-            const std::size_t left = (header_.audioEnd - written_) / 2;
-            if (left == 0) return failed(); // half a word
-            const std::span<const i16> words = audio_.decode(bits_, std::min(left, blockWords), check_);
-            if (words.empty()) return failed();
+        do {
+            const std::size_t left = header_.audioEnd - written_;
+            if (left == 1 || !audio_.decode(bits_, std::min(left / 2, blockWords), check_)) return failed();
             bytes.clear();
-            for (const i16 word : words) {
+            for (const i16 word : audio_.words()) {
                 bytes.push_back(static_cast<std::byte>(word));
                 bytes.push_back(static_cast<std::byte>(word >> 8));
             }
             if (!write(bytes)) return false;
-        }
+        } while (written_ < header_.audioEnd);
         return true;
     }
 

@@ -8,11 +8,11 @@ namespace {
 /// Products per rounding to float.
 constexpr std::size_t kGroup = 16;
 
-/// `start` plus the products of the first `count` values with those `lag` behind them, rounded to float after
+/// The products of the first `count` values with those `lag` behind them, summed and rounded to float after
 /// each full group and after each product of the last, partial group. All terms are whole numbers and the sum
 /// of a group is below 2^53, so that its order doesn't matter.
-f32 correlate(const i16* values, std::size_t count, std::size_t lag, f32 start) {
-    f32 sum = start;
+f32 correlate(const i16* values, std::size_t count, std::size_t lag) {
+    f32 sum = 0;
     const i16* const later = values + lag;
     std::size_t i = 0;
     for (; i + kGroup <= count; i += kGroup) {
@@ -35,26 +35,24 @@ u32 scaled(i32 reflection, i32 value) {
 void SfarkPredictor::decode(std::span<i16, kWindow> window, bool reset) {
     if (reset) {
         *this = SfarkPredictor(order_);
-    } else {
-        deriveReflections();
+    } else if (deriveReflections()) {
         filter(window);
+    } else {
+        std::reverse_copy(window.begin(), window.end(), backward_.begin()); // the lattice is a delay line
     }
     adapt(window);
 }
 
 /// The Schur recursion over the autocorrelation of the last four windows: computed in double, every result
-/// kept as float.
-void SfarkPredictor::deriveReflections() {
+/// kept as float. False, with nothing derived, after silence, where all coefficients are 0.
+bool SfarkPredictor::deriveReflections() {
     Lags sum{};
     for (std::size_t k = 0; k <= order_; ++k) {
         f64 total = 0;
         for (const Lags& row : correlations_) total += f64{row[k]};
         sum[k] = static_cast<f32>(total);
     }
-    if (sum[0] == 0) {
-        reflections_.fill(0);
-        return;
-    }
+    if (sum[0] == 0) return false;
     f32 error = sum[0];
     std::array<f32, kWindow> forward{}, backward{};
     std::copy_n(sum.begin() + 1, order_, forward.begin());
@@ -69,6 +67,7 @@ void SfarkPredictor::deriveReflections() {
             forward[m] = static_cast<f32>(f + f64{q} * b);
         }
     }
+    return true;
 }
 
 /// The lattice synthesis filter.
@@ -86,16 +85,22 @@ void SfarkPredictor::filter(std::span<i16, kWindow> window) {
 }
 
 /// Takes a decoded window into the statistics. The products that span two windows go from the beginning of
-/// the previous one, not from its end: that is how the format has it.
+/// the previous one, not from its end: that is how the format has it. Silence is worth the short cut: an
+/// archive of a few bytes may stand for much of it.
 void SfarkPredictor::adapt(std::span<const i16, kWindow> window) {
+    Lags& last = correlations_[row_];
+    row_ = (row_ + 1) % static_cast<unsigned>(correlations_.size());
+    Lags& next = correlations_[row_];
+    if (std::ranges::all_of(window, [](i16 word) { return word == 0; })) {
+        next.fill(0);
+        head_.fill(0);
+        return;
+    }
     std::array<i16, std::size_t{2} * kWindow> seam{};
     const auto middle = std::copy_n(head_.begin(), order_, seam.begin());
     std::copy_n(window.begin(), order_, middle);
-    Lags& last = correlations_[row_];
-    for (std::size_t k = 1; k <= order_; ++k) last[k] = correlate(seam.data() + order_ - k, k, k, last[k]);
-    row_ = (row_ + 1) % static_cast<unsigned>(correlations_.size());
-    Lags& next = correlations_[row_];
-    for (std::size_t k = 0; k <= order_; ++k) next[k] = correlate(window.data(), kWindow - k, k, 0.0F);
+    for (std::size_t k = 1; k <= order_; ++k) last[k] += correlate(seam.data() + order_ - k, k, k);
+    for (std::size_t k = 0; k <= order_; ++k) next[k] = correlate(window.data(), kWindow - k, k);
     std::copy_n(window.begin(), order_, head_.begin());
 }
 

@@ -24,7 +24,7 @@ public:
 private:
     using Lags = std::array<f32, kWindow + 1>;
 
-    void deriveReflections();
+    bool deriveReflections();
     void filter(std::span<i16, kWindow> window);
     void adapt(std::span<const i16, kWindow> window);
 
