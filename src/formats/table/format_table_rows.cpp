@@ -420,7 +420,7 @@ constexpr FormatRow kRows[] = {
     {"sf", "IRCAM / MTU sound", RW, kWave, 0xC000364, 0, eitherMagic<"\x64\xA3\1\0", "\0\1\xA3\x64">},
     {"sf2", "SoundFont v2 bank", RW, kFullBank, 0x4000014, 0, soundFont2, sf2_Imp, sf2_Exp, true},
     {"sf2pack", "MIDI Converter Studio", R, kOwn, 0, 0, soundFontPack, sf2_Imp},
-    {"sfark", "Melody Machine SF", R, kOwn, 0, 0, magic<"sfArk", 26>},
+    {"sfark", "Melody Machine SF", R, kOwn, 0, 0, magic<"sfArk", 26>, sfark_Imp},
     {"sfd", "SoundStage data", R, kWave, 0, 0, detectAlways2},
     {"sfi", "SoundStage info", R, kWave},
     {"sfr", "Sonic Foundry sample", R, kWave},

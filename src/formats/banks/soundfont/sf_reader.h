@@ -9,5 +9,7 @@ class Collection;
 
 bool sf2_Imp(Collection& collection, FileContext& file, u32 subType);
 bool sbk_Imp(Collection& collection, FileContext& file, u32 subType);
+/// Unpacks an sfArk archive in memory, where its waves then stay.
+bool sfark_Imp(Collection& collection, FileContext& file, u32 subType);
 
 } // namespace kv
