@@ -30,10 +30,11 @@ bool akaiLetter(u8 c) {
     return c <= 40;
 }
 
-int soundFont(ByteSpan start, std::string_view formType, u16 version) {
+int soundFont(ByteSpan start, std::string_view formType, u16 version, u16 lastVersion) {
     if (!holdsAt(start, 0, "RIFF") || !holdsAt(start, 8, formType)) return 0;
     ByteCursor ifil = cursorAt(start, 32); // a standard file starts with LIST INFO and ifil
-    return ifil.u16le() == version && ifil.ok() ? kSignature : kNotRuledOut;
+    const u16 found = ifil.u16le();
+    return found >= version && found <= lastVersion ? kSignature : kNotRuledOut;
 }
 
 } // namespace
@@ -68,13 +69,13 @@ int wave64(ByteSpan start, u32, u64) {
 }
 
 int soundFont1(ByteSpan start, u32, u64) {
-    return soundFont(start, "sfbk", 1);
+    return soundFont(start, "sfbk", 1, 1);
 }
 int soundFont2(ByteSpan start, u32, u64) {
-    return soundFont(start, "sfbk", 2);
+    return soundFont(start, "sfbk", 2, 3);
 }
 int soundFontPack(ByteSpan start, u32, u64) {
-    return soundFont(start, "sfpk", 2);
+    return soundFont(start, "sfpk", 2, 2);
 }
 
 int sfzText(ByteSpan start, u32, u64) {

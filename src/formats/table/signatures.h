@@ -79,7 +79,7 @@ int waveForm(ByteSpan start, u32 subType, u64 fileSize);      ///< RIFF WAVE, or
 int broadcastWave(ByteSpan start, u32 subType, u64 fileSize); ///< WAVE with an early "bext" chunk, else 2
 int wave64(ByteSpan start, u32 subType, u64 fileSize);
 int soundFont1(ByteSpan start, u32 subType, u64 fileSize);    ///< "sfbk" of major version 1, else 2
-int soundFont2(ByteSpan start, u32 subType, u64 fileSize);    ///< "sfbk" of major version 2, else 2
+int soundFont2(ByteSpan start, u32 subType, u64 fileSize);    ///< "sfbk" of major version 2 or 3, else 2
 int soundFontPack(ByteSpan start, u32 subType, u64 fileSize); ///< "sfpk" of major version 2, else 2
 int sfzText(ByteSpan start, u32 subType, u64 fileSize);       ///< 4 with an early "<region>", else 2
 int akaiS900Sample(ByteSpan start, u32 subType, u64 fileSize);

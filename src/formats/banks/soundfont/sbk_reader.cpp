@@ -46,7 +46,7 @@ std::vector<SfWave> readSamples(const SfFile& file, FileContext& context) {
             continue;
         }
         Wave& wave = *store().Create<Wave>(kNextFreeNumber, &genericReader, sample.name);
-        placeSf2Samples(wave, file, sample, context);
+        static_cast<void>(placeSf2Samples(wave, file, sample, context)); // plain ones can't fail
         wave.sampleRate = sample.rate;
         wave.params.override = true;
         wave.params.loopStart = static_cast<f64>(i64{sample.loopStart} - sample.start);

@@ -24,8 +24,8 @@ public:
     bool read(Collection& collection);
 
 private:
-    void readSamples();
-    SfWave makeWave(const Sf2Sample& sample, std::size_t row);
+    bool readSamples();
+    bool makeWave(const Sf2Sample& sample, std::size_t row);
     void settleOverrides() const;
 
     FileContext& context_;
@@ -39,37 +39,43 @@ u8 phaseGroupOf(std::size_t row) {
     return static_cast<u8>(row % 255 + 1);
 }
 
-SfWave Sf2Reader::makeWave(const Sf2Sample& sample, std::size_t row) {
+bool Sf2Reader::makeWave(const Sf2Sample& sample, std::size_t row) {
     constexpr u8 kUnpitched = 255;
     Wave& wave = *store().Create<Wave>(kNextFreeNumber, &genericReader, sample.name);
-    placeSf2Samples(wave, file_, sample, context_);
+    if (!placeSf2Samples(wave, file_, sample, context_)) return false;
     wave.sampleRate = sample.rate;
     wave.params.override = true;
-    wave.params.loopStart = static_cast<f64>(i64{sample.loopStart} - sample.start);
-    wave.params.loopEnd = static_cast<f64>(i64{sample.loopEnd} - sample.start);
+    // In a stream of its own the points of a sample count from its start.
+    const u16 type = sample.type & static_cast<u16>(~kSf3Vorbis);
+    const i64 start = type == sample.type ? sample.start : 0;
+    wave.params.loopStart = static_cast<f64>(sample.loopStart - start);
+    wave.params.loopEnd = static_cast<f64>(sample.loopEnd - start);
     wave.params.rootKey = sample.rootKey < 128 ? sample.rootKey : u8{60};
     wave.params.fineTune = sample.correction;
     unpitched_[row] = sample.rootKey == kUnpitched;
 
-    SfWave made{&wave};
-    if (sample.type == kSf2Left) {
+    SfWave& made = waves_[row];
+    made.wave = &wave;
+    if (type == kSf2Left) {
         made.phaseGroup = phaseGroupOf(row);
-    } else if (sample.type == kSf2Right) {
+    } else if (type == kSf2Right) {
         made.phaseGroup = phaseGroupOf(sample.link);
         made.phaseMaster = true;
     }
-    return made;
+    return true;
 }
 
-void Sf2Reader::readSamples() {
+bool Sf2Reader::readSamples() {
     for (std::size_t row = 0; row < file_.samples.count(); ++row) {
         const Sf2Sample sample = readSf2Sample(file_.samples[row]);
         const bool last = row + 1 == file_.samples.count();
         if (sample.name.starts_with("EOS") || (last && sample.end == 0 && sample.rate == 0)) break;
         waves_.emplace_back();
         unpitched_.push_back(false);
-        if (sample.type <= kHighestType) waves_.back() = makeWave(sample, row);
+        const int type = file_.major == 3 ? sample.type & ~kSf3Vorbis : sample.type;
+        if (type <= kHighestType && !makeWave(sample, row)) return false;
     }
+    return true;
 }
 
 /// Regions that play their wave as it is need no block of their own. This is told at the end: each zone
@@ -86,7 +92,7 @@ void Sf2Reader::settleOverrides() const {
 
 bool Sf2Reader::read(Collection& collection) {
     if (!file_.read(context_, collection)) return Fail(kContext, "Not a SoundFont2 file");
-    if (file_.major != 2) return Fail(kContext, "Not a Sound Font v2.x file");
+    if (file_.major != 2 && file_.major != 3) return Fail(kContext, "Not a Sound Font v2.x file");
     if (file_.sm24) {
         const u64 points = file_.smpl ? file_.smpl->size / 2 : 0;
         const u64 low = file_.sm24->size;
@@ -95,7 +101,7 @@ bool Sf2Reader::read(Collection& collection) {
             file_.sm24.reset();
         }
     }
-    readSamples();
+    if (!readSamples()) return false;
     SfBankBuilder builder(
         file_, waves_, instrumentZoneDefaults(),
         [&](const SfZone& preset, const SfZone& zone, const SfWave& played, Region& region) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/run_context.h"
+#include "formats/codecs/packed_stream.h"
 #include "model/sample_blocks.h"
 #include "samples/data_format.h"
 #include "samples/text_codec.h"
@@ -12,8 +13,12 @@ namespace {
 
 constexpr std::string_view kContext = "sf2_ImpWave";
 
-/// What the readers keep in a wave's private area: the place of another part, in bytes.
-enum Private : std::size_t { kLow, kHigh, kSizeLow, kSizeHigh, kFirst };
+/// What the readers keep in a wave's private area, two words each.
+enum Private : std::size_t {
+    kLowBytes = 0,   ///< place of the third bytes
+    kStreamSize = 0, ///< of a packed stream, in bytes
+    kFirstFrame = 2  ///< within the stream
+};
 
 void remember(Wave& wave, Private at, u64 value) {
     wave.sourcePrivate[at] = static_cast<u32>(value);
@@ -60,13 +65,45 @@ private:
 };
 
 std::unique_ptr<SampleBlocks> open24(const Wave& wave, FileContext& file) {
-    const u64 lower = remembered(wave, kLow);
+    const u64 lower = remembered(wave, kLowBytes);
     const u64 end = lower + wave.frames;
     if (!file.source || end > file.size() || file.position + u64{wave.frames} * 2 > file.size()) {
         Fail(kContext, "Reading from file failed");
         return nullptr;
     }
     return std::make_unique<Sf24Blocks>(wave, file.source, file.position, lower);
+}
+
+template <const PackedCodec& codec>
+std::unique_ptr<SampleBlocks> openPacked(const Wave& wave, FileContext& file) {
+    if (!file.source) {
+        Fail(kContext, "Reading from file failed");
+        return nullptr;
+    }
+    const auto stream =
+        std::make_shared<RangeSource>(file.source, file.position, remembered(wave, kStreamSize));
+    std::unique_ptr<SampleBlocks> blocks = codec.open(stream, remembered(wave, kFirstFrame), wave.frames);
+    if (!blocks || blocks->channels() == wave.channels) return blocks;
+    Fail(kContext, "Reading from file failed");
+    return nullptr;
+}
+
+/// Points the wave at a stream, of which it has the frames from `first` on. A stream that can't be read
+/// leaves the wave empty; only a missing codec is a failure, since then all streams are.
+bool placePacked(Wave& wave, const PackedCodec& codec, const FileContext& context, u64 start, u64 size,
+                 u32 first, u32 frames) {
+    PackedStreamInfo info;
+    if (!codec.probe(std::make_shared<RangeSource>(context.source, start, size), info) || info.channels > 2) {
+        wave.frames = 0;
+        return codec.available();
+    }
+    wave.sourceOffset = start;
+    wave.channels = info.channels;
+    wave.bits = info.bits;
+    wave.frames = first >= info.frames ? 0 : static_cast<u32>(std::min<u64>(frames, info.frames - first));
+    remember(wave, kStreamSize, size);
+    remember(wave, kFirstFrame, first);
+    return true;
 }
 
 u32 framesBetween(u32 start, u32 end, u64 room) {
@@ -77,6 +114,8 @@ u32 framesBetween(u32 start, u32 end, u64 room) {
 } // namespace
 
 const WaveReader sf24Reader{"sf2_ImpWave", loadThroughBlocks, open24};
+const WaveReader sfPackReader{"sf2_ImpWavPack", loadThroughBlocks, openPacked<wavPackCodec>};
+const WaveReader sfVorbisReader{"sf2_ImpVorbis", loadThroughBlocks, openPacked<vorbisCodec>};
 
 Sf2Sample readSf2Sample(ByteCursor record) {
     Sf2Sample sample;
@@ -93,19 +132,30 @@ Sf2Sample readSf2Sample(ByteCursor record) {
     return sample;
 }
 
-void placeSf2Samples(Wave& wave, const SfFile& file, const Sf2Sample& sample, FileContext&) {
-    if (!file.smpl) return;
+bool placeSf2Samples(Wave& wave, const SfFile& file, const Sf2Sample& sample, const FileContext& context) {
+    wave.frames = 0;
+    if (!file.smpl) return true;
     const Chunk& smpl = *file.smpl;
-    wave.channels = 1;
+    if (file.form == fourcc("sfpk")) {
+        wave.reader = &sfPackReader;
+        return placePacked(wave, wavPackCodec, context, smpl.start, smpl.size, sample.start,
+                           framesBetween(sample.start, sample.end, UINT32_MAX));
+    }
+    if ((sample.type & kSf3Vorbis) != 0 && file.major == 3) {
+        wave.reader = &sfVorbisReader;
+        const u32 bytes = framesBetween(sample.start, sample.end, smpl.size);
+        return placePacked(wave, vorbisCodec, context, smpl.start + sample.start, bytes, 0, UINT32_MAX);
+    }
     wave.frames = framesBetween(sample.start, sample.end, smpl.size / 2);
     wave.sourceOffset = smpl.start + u64{sample.start} * 2;
     wave.dataFormat = kPcm16;
-    if (!file.sm24 || wave.frames == 0) return;
+    if (!file.sm24 || wave.frames == 0) return true;
     wave.reader = &sf24Reader;
     wave.dataFormat = kPcm24;
     wave.bits = 24;
     wave.preferredFormat = kPcm24;
-    remember(wave, kLow, file.sm24->start + sample.start);
+    remember(wave, kLowBytes, file.sm24->start + sample.start);
+    return true;
 }
 
 } // namespace kv
