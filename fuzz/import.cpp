@@ -7,6 +7,7 @@
 
 #include "formats/framework/drivers.h"
 #include "formats/table/format_table_rows.h"
+#include "model/collection.h"
 #include "model/wave.h"
 #include "model/wave_data.h"
 #include "model/workspace.h"
@@ -34,11 +35,11 @@ private:
     int file_;
 };
 
-/// Exports a wave; empty when that fails, which is allowed for what can't be read.
-Bytes written(Wave& wave, const char* row, u32 wanted) {
+/// Exports an item; empty when that fails, which is allowed for what can't be read.
+Bytes written(Item& item, const char* row, u32 wanted) {
     workspace().wavFact = 0;
     MemorySink sink;
-    return ExportTo(sink, formatTable().RowByDescription(row), "-", &wave, wanted, 0, true) ? sink.take()
+    return ExportTo(sink, formatTable().RowByDescription(row), "-", &item, wanted, 0, true) ? sink.take()
                                                                                             : Bytes();
 }
 
@@ -59,6 +60,19 @@ void roundTrip(Wave& wave, const char* row) {
         require(rewritten(second, row) == second, "the third writing is equal to the second");
 }
 
+/// Writes all that was imported as a bank, which must come back with what has a place in it.
+void bankTrip(const char* row) {
+    constexpr std::size_t kMost = 500; // regions; shared records make any number of them
+    const std::size_t presets = store().count(kInstrumentClass), zones = store().count(kRegionClass);
+    if (presets == 0 || zones > kMost) return;
+    const Bytes first = written(*store().First<Collection>(), row, kAnyFormat);
+    if (first.empty()) return;
+    const MemoryFile file(first);
+    require(Import(file.path(), true), "a bank that was written can be read");
+    require(store().count(kInstrumentClass) == presets, "with its presets");
+    require(store().count(kRegionClass) == zones, "with its zones");
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -66,6 +80,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const WorkspaceScope scope(space);
     space.formats = &formatTable();
     const MemoryFile file(std::as_bytes(std::span(data, size)));
+    for (const char* row : {"SoundFont v2 bank", "SoundFont v1"}) {
+        if (!Import(file.path(), true)) return 0;
+        bankTrip(row);
+    }
     for (const char* row : {"Microsoft wave", "Wave-64"}) {
         if (!Import(file.path(), true)) return 0;
         Wave* wave = store().First<Wave>();

@@ -120,11 +120,12 @@ void foldCutoffDepths(Articulation& record) {
     record.keyToCutoff = record.velToCutoff = 0;
 }
 
-bool isDepth(const ArticulationField& field) {
-    static const ArticulationField* const kFirst =
-        std::find_if(articulationFields().data(), articulationFields().data() + articulationFields().size(),
+/// The fields from the first modulation depth on.
+std::size_t firstDepth() {
+    static const auto kFirst =
+        std::find_if(articulationFields().begin(), articulationFields().end(),
                      [](const ArticulationField& f) { return f.name == "velToVolume"; });
-    return &field >= kFirst;
+    return static_cast<std::size_t>(kFirst - articulationFields().begin());
 }
 
 } // namespace
@@ -157,9 +158,8 @@ void sanitizeArticulation(Articulation& record, const ParameterSet& set) {
         record.lfo1Delay += record.lfo1Ramp / 2;
         record.lfo2Delay += record.lfo2Ramp / 2;
     }
-    for (const ArticulationField& field : articulationFields()) {
-        if (!isDepth(field)) field.clamp(record);
-    }
+    const std::span<const ArticulationField> fields = articulationFields();
+    for (const ArticulationField& field : fields.first(firstDepth())) field.clamp(record);
     if (!set[Switch::SixStageEnvelopes]) {
         foldEnvelope(record.eg1Delay, record.eg1Attack, record.eg1Hold, record.eg1Decay);
         foldEnvelope(record.eg2Delay, record.eg2Attack, record.eg2Hold, record.eg2Decay);
@@ -169,7 +169,9 @@ void sanitizeArticulation(Articulation& record, const ParameterSet& set) {
     if (set[Switch::LowPass] && !set[Switch::MoreFilterTypes]) record.filterType = 1;
     foldLfos(record, set);
     if (set[Switch::LowPass] && !set[Switch::KeyAndVelocityToFilter]) foldCutoffDepths(record);
-    for (const ArticulationField& field : articulationFields()) {
+    for (const ArticulationField& field : fields.subspan(firstDepth())) field.clamp(record);
+    if (set == ParameterSet()) return;
+    for (const ArticulationField& field : fields) {
         if (field.without && !field.carriedBy(set)) field.set(record, static_cast<f64>(*field.without));
         field.clamp(record); // again for what was folded
     }

@@ -118,6 +118,8 @@ std::span<const std::string_view> filterTypeNames() {
 }
 
 f64 ArticulationField::get(const Articulation& record) const {
+    if (const auto* m = std::get_if<f32 Articulation::*>(&member))
+        return static_cast<f64>(record.**m); // most are
     return std::visit([&](auto m) { return static_cast<f64>(record.*m); }, member);
 }
 

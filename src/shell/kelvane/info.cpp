@@ -12,6 +12,7 @@
 #include "model/workspace.h"
 #include "samples/data_format.h"
 #include "shell/kelvane/commands.h"
+#include "shell/kelvane/field_texts.h"
 #include "shell/kelvane/info_json.h"
 #include "shell/kelvane/item_selector.h"
 #include "shell/kelvane/json_writer.h"
@@ -43,45 +44,63 @@ void printParams(const SampleParams& params, const char* indent) {
     if (params.endOffset != 0) fmt::print(", end {:+}", params.endOffset);
 }
 
+/// The tree of an item, line by line.
+class TreePrinter {
+public:
+    void print(const Item& item, int depth);
+
+private:
+    void articulation(const Articulation& record, int depth);
+    void sound(const Item& item, int depth);
+
+    ItemSelectors selectors_;
+    FieldTexts texts_{fieldText};
+    fmt::memory_buffer line_;
+};
+
 /// What a level of an instrument has of its own: fields at their defaults go without saying.
-void printArticulation(const Articulation& record, int depth) {
+void TreePrinter::articulation(const Articulation& record, int depth) {
     if (!record.enabled) return;
-    fmt::memory_buffer line;
-    const Articulation defaults;
-    for (const ArticulationField& field : articulationFields()) {
+    static const Articulation defaults;
+    line_.clear();
+    for (std::size_t i = 0; i < articulationFields().size(); ++i) {
+        const ArticulationField& field = articulationFields()[i];
         if (field.get(record) == field.get(defaults)) continue;
-        fmt::format_to(std::back_inserter(line), "{} {} {}", line.size() == 0 ? "" : ",", field.name,
-                       fieldText(field, record));
+        if (line_.size() > 0) line_.push_back(',');
+        line_.push_back(' ');
+        line_.append(field.name);
+        line_.push_back(' ');
+        line_.append(texts_.text(i, record));
     }
-    fmt::print("{:{}}articulation:{}\n", "", depth * 2, fmt::to_string(line));
+    fmt::print("{:{}}articulation:{}\n", "", depth * 2, std::string_view(line_.data(), line_.size()));
 }
 
-void printSound(const Item& item, int depth) {
+void TreePrinter::sound(const Item& item, int depth) {
     switch (classOf(item.id())) {
         case kInstrumentClass:
-            return printArticulation(static_cast<const Instrument&>(item).articulation, depth);
+            return articulation(static_cast<const Instrument&>(item).articulation, depth);
         case kLayerClass:
-            return printArticulation(static_cast<const Layer&>(item).articulation, depth);
+            return articulation(static_cast<const Layer&>(item).articulation, depth);
         case kRegionClass: {
             const auto& region = static_cast<const Region&>(item);
             if (region.params.override) {
                 printParams(region.params, fmt::format("{:{}}", "", depth * 2).c_str());
                 fmt::print("\n");
             }
-            return printArticulation(region.articulation, depth);
+            return articulation(region.articulation, depth);
         }
         default:
             return;
     }
 }
 
-void printTree(const ItemSelectors& selectors, const Item& item, int depth) {
-    printLine(depth, selectors.of(item), item);
-    printSound(item, depth + 1);
+void TreePrinter::print(const Item& item, int depth) {
+    printLine(depth, selectors_.of(item), item);
+    sound(item, depth + 1);
     for (const ItemId id : item.childIds) {
         // Waves stand in a list of their own.
         const Item* child = classOf(id) == kWaveClass ? nullptr : FindItem(id);
-        if (child) printTree(selectors, *child, depth + 1);
+        if (child) print(*child, depth + 1);
     }
 }
 
@@ -111,9 +130,10 @@ void printStore(std::string_view description, int confidence) {
     fmt::print("{} ({} %)\n", description, confidence);
     const ItemSelectors selectors;
     for (Collection& collection : store().all<Collection>()) printLine(0, "collection", collection);
-    for (Instrument& instrument : store().all<Instrument>()) printTree(selectors, instrument, 0);
-    for (Song& song : store().all<Song>()) printTree(selectors, song, 0);
-    for (SynthModel& model : store().all<SynthModel>()) printTree(selectors, model, 0);
+    TreePrinter tree;
+    for (Instrument& instrument : store().all<Instrument>()) tree.print(instrument, 0);
+    for (Song& song : store().all<Song>()) tree.print(song, 0);
+    for (SynthModel& model : store().all<SynthModel>()) tree.print(model, 0);
     for (Wave& wave : store().all<Wave>()) printWave(selectors, wave);
 }
 

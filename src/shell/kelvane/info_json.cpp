@@ -1,8 +1,5 @@
 #include "shell/kelvane/info_json.h"
 
-#include <bit>
-#include <vector>
-
 #include "model/articulation_fields.h"
 #include "model/collection.h"
 #include "model/instrument.h"
@@ -11,14 +8,21 @@
 #include "model/wave.h"
 #include "model/workspace.h"
 #include "samples/data_format.h"
+#include "shell/kelvane/field_texts.h"
 #include "shell/kelvane/json_writer.h"
 
 namespace kv {
 namespace {
 
+std::string fieldJson(const ArticulationField& field, const Articulation& record) {
+    const f64 value = field.get(record);
+    if (field.unit == FieldUnit::Flag) return value != 0 ? "true" : "false";
+    return fmt::format("{}", static_cast<f32>(value));
+}
+
 class StoreWriter {
 public:
-    explicit StoreWriter(JsonWriter& json) : json_(json), known_(articulationFields().size()) {}
+    explicit StoreWriter(JsonWriter& json) : json_(json) {}
 
     void collection(const Collection& collection);
     void instrument(const Instrument& instrument);
@@ -34,12 +38,6 @@ public:
     }
 
 private:
-    /// One field's last value and its text: neighbours mostly have the same.
-    struct Known {
-        u64 bits = ~u64{0};
-        std::string text;
-    };
-
     template <class T>
     void object(const T& item, void (StoreWriter::*write)(const T&)) {
         json_.beginObject();
@@ -65,7 +63,7 @@ private:
     void articulation(const Articulation& record);
 
     JsonWriter& json_;
-    std::vector<Known> known_;
+    FieldTexts texts_{fieldJson};
 };
 
 void StoreWriter::params(const SampleParams& p) {
@@ -90,16 +88,8 @@ void StoreWriter::params(const SampleParams& p) {
 void StoreWriter::articulation(const Articulation& record) {
     if (!record.enabled) return json_.null("articulation");
     json_.beginLineObject("articulation");
-    for (std::size_t i = 0; i < known_.size(); ++i) {
-        const ArticulationField& field = articulationFields()[i];
-        const f64 value = field.get(record);
-        Known& known = known_[i];
-        if (known.bits != std::bit_cast<u64>(value)) {
-            known.bits = std::bit_cast<u64>(value);
-            const bool flag = field.unit == FieldUnit::Flag;
-            known.text = flag ? (value != 0 ? "true" : "false") : fmt::format("{}", static_cast<f32>(value));
-        }
-        json_.raw(field.name, known.text);
+    for (std::size_t i = 0; i < articulationFields().size(); ++i) {
+        json_.raw(articulationFields()[i].name, texts_.text(i, record));
     }
     json_.endObject();
 }
