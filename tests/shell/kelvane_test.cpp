@@ -157,6 +157,50 @@ TEST_F(Kelvane, KeepsSettings) {
     EXPECT_NE(damaged.err.find("is damaged"), std::string::npos);
 }
 
+TEST_F(Kelvane, KnowsParameterSets) {
+    EXPECT_EQ(run("settings set pset 'SoundFont 2.1 set (.SF2)'").status, 0);
+    EXPECT_EQ(run("settings get pset").out, "SoundFont 2.1 set (.SF2)\n");
+    EXPECT_EQ(run("settings get 'pset.LFOs: Ramp time'").out, "false\n");
+    EXPECT_EQ(run("settings set pset.22 on").status, 0);
+    EXPECT_EQ(run("settings get pset").out, "100100110111111111011111110110001\n");
+    EXPECT_NE(run("settings pset").out.find("22 on  LFOs: Ramp time\n"), std::string::npos);
+    EXPECT_EQ(run("settings set pset 'No such set'").status, 1);
+    EXPECT_EQ(run("settings reset pset").status, 0);
+    EXPECT_EQ(run("settings get pset").out, "All parameters supported by Kelvane Studio\n");
+}
+
+TEST_F(Kelvane, TurnsWavesIntoBanksAndBack) {
+    ASSERT_EQ(run("convert ding.wav ding.sf2").status, 0);
+    const auto bank = json("info --json ding.sf2");
+    const auto& region = bank["instruments"][0]["layers"][0]["regions"][0];
+    EXPECT_EQ(region["keyHigh"], 127);
+    EXPECT_EQ(region["articulation"]["velToVolume"], 96);
+    EXPECT_EQ(bank["waves"][0]["params"]["rootKey"], 69);
+    EXPECT_NE(run("info ding.sf2").out.find("articulation: lfo1Frequency"), std::string::npos);
+
+    ASSERT_EQ(
+        run("convert ding.sf2 minimal.sf2 --parameter-set 'Minimal parameter set for portability'").status,
+        0);
+    EXPECT_EQ(run("convert ding.sf2 x.sf2 --parameter-set nothing").status, 2);
+    ASSERT_EQ(run("convert ding.sf2 waves/ --to wav").status, 0);
+    const auto wave = json("info --json waves/ding.wav")["waves"][0];
+    EXPECT_EQ(wave["frames"], 26000);
+    EXPECT_EQ(wave["params"]["rootKey"], 69);
+    EXPECT_EQ(wave["params"]["loop"]["end"], 25000.0);
+}
+
+TEST_F(Kelvane, CarriesArticulationFromBankToBank) {
+    ASSERT_EQ(run("convert ding.wav ding.sf2").status, 0);
+    ASSERT_EQ(run("preset extract ding.sf2 ding.dlsa").status, 0);
+    EXPECT_EQ(run("preset extract ding.sf2 ding.dlsa").status, 1) << "it exists";
+    EXPECT_EQ(json("preset show --json ding.dlsa")["eg1Sustain"], 1);
+    EXPECT_NE(run("preset show ding.dlsa").out.find("lfo1Shape = Triangle\n"), std::string::npos);
+    EXPECT_EQ(run("preset show ding.wav").status, 1);
+    EXPECT_EQ(run("preset extract ding.sf2 no.dlsa --item wave:1").status, 1);
+    ASSERT_EQ(run("preset apply ding.dlsa ding.sf2 again.sf2 --item layer:1").status, 0);
+    EXPECT_EQ(test::readFile(folder / "again.sf2"), test::readFile(folder / "ding.sf2"));
+}
+
 TEST_F(Kelvane, TellsProgramsOfItsProgress) {
     const Outcome outcome = run("--progress json convert ding.wav o.w64");
     std::istringstream lines(outcome.err);
