@@ -2,7 +2,7 @@
 
 _kelvane() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands="formats detect info convert settings"
+    local commands="formats detect info convert preset settings"
     local globals="--help --quiet --progress --settings --set"
     local input="--as --raw-rate --raw-channels --raw-format --raw-big-endian --raw-unsigned --raw-offset"
     local command="" action="" word
@@ -10,7 +10,9 @@ _kelvane() {
         if [[ -z $command ]]; then
             [[ " $commands " == *" $word "* ]] && command=$word
         elif [[ $command == settings && -z $action ]]; then
-            [[ " list get set reset " == *" $word "* ]] && action=$word
+            [[ " list get set reset pset " == *" $word "* ]] && action=$word
+        elif [[ $command == preset && -z $action ]]; then
+            [[ " show extract apply " == *" $word "* ]] && action=$word
         fi
     done
 
@@ -27,9 +29,15 @@ _kelvane() {
         formats) words="--import --export --json $globals" ;;
         detect) words="--json $globals" ;;
         info) words="--json --warnings $input $globals" ;;
-        convert) words="--to --data --channels --bit-rate --item --name-mode --sub-dirs --force $input $globals" ;;
+        convert) words="--to --data --channels --bit-rate --item --name-mode --parameter-set --sub-dirs --force $input $globals" ;;
+        preset)
+            words="show extract apply $globals"
+            [[ $action == show ]] && words="--json $globals"
+            [[ $action == extract ]] && words="--item --force $input $globals"
+            [[ $action == apply ]] && words="--item --to --force $input $globals"
+            ;;
         settings)
-            words="list get set reset $globals"
+            words="list get set reset pset $globals"
             if [[ $action == get || $action == set || $action == reset ]]; then
                 words="$(kelvane settings list 2>/dev/null | awk '{print $1}') $globals"
             fi

@@ -29,7 +29,7 @@ struct Chunk {
 /// Whether a chunk of an odd size is followed by a byte of padding.
 enum class ChunkPadding : u8 {
     Always,
-    Doubtful ///< some writers leave it out: the next chunk's id tells
+    Doubtful ///< some writers leave it out: the next chunk's header tells
 };
 
 /// Goes over the chunks between two places of a source: 8-byte headers, contents padded to an even size.
@@ -42,10 +42,7 @@ public:
 
     /// False behind the last chunk. A header that ends where the walk ends is not a chunk.
     bool next(Chunk& chunk) {
-        if (padding_ == ChunkPadding::Doubtful && oddEnd_ && at_ > 0 && !looksLikeId(at_) &&
-            looksLikeId(at_ - 1)) {
-            --at_;
-        }
+        if (padding_ == ChunkPadding::Doubtful && oddEnd_ && !plausible(at_) && plausible(at_ - 1)) --at_;
         if (at_ >= end_ || end_ - at_ <= 8) return false;
         std::array<std::byte, 8> header{};
         source_.readAt(at_, header);
@@ -66,12 +63,15 @@ public:
     }
 
 private:
-    /// Four printable characters stand there.
-    bool looksLikeId(u64 at) {
-        std::array<std::byte, 4> id{};
-        return source_.readAt(at, id) == id.size() && std::all_of(id.begin(), id.end(), [](std::byte b) {
-                   return b >= std::byte{0x20} && b < std::byte{0x7F};
-               });
+    /// A chunk could begin there: four printable characters, and a size that fits.
+    bool plausible(u64 at) {
+        std::array<std::byte, 8> header{};
+        if (at >= end_ || source_.readAt(at, header) != header.size()) return false;
+        const std::span<const std::byte, 8> raw(header);
+        const bool printable = std::all_of(header.begin(), header.begin() + 4, [](std::byte b) {
+            return b >= std::byte{0x20} && b < std::byte{0x7F};
+        });
+        return printable && loadInteger<u32>(raw.last<4>(), order_) <= end_ - std::min(end_, at + 8);
     }
 
     ByteSource& source_;
