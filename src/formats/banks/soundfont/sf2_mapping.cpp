@@ -190,7 +190,7 @@ void writeKeyFactor(const KeyFactorRow& row, const Articulation& from, SfZone& z
     if (factor == 1) return;
     const i32 number = roundHalf(std::log2(factor) * -9.375);
     zone.generators[row.generator] = static_cast<i16>(std::clamp(number, -1200, 1200));
-    const f64 seconds = static_cast<f64>(from.*row.time) * std::exp2(-number * 60 / 1200.0);
+    const f64 seconds = static_cast<f64>(from.*row.time) * std::exp2(number * -60.0 / 1200);
     const bool hold = row.timeGenerator == kHoldModEnv || row.timeGenerator == kHoldVolEnv;
     zone.generators[row.timeGenerator] =
         static_cast<i16>(timecentsOf(seconds, hold ? kLongestDelay : kLongestTime));
