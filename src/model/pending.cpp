@@ -4,12 +4,8 @@
 
 namespace kv {
 
-void UnrollLoops(bool, bool) {}
-void unrollWaveLoop(Wave&, bool, bool) {}
-void moveArticulationUp() {}
 void SplitStereo() {}
 void MergeStereo() {}
-void AppendLoopTail() {}
 
 bool renderSynthesis(Item&) {
     return Fail("Synthesis", "Synthesis models can't be rendered by this version yet");

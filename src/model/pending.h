@@ -9,14 +9,9 @@ namespace kv {
 class Item;
 class Wave;
 
-/// Missing: loop unrolling; loops stay as they are, flags included.
-void UnrollLoops(bool bidirectional, bool reverse);
-void unrollWaveLoop(Wave& wave, bool bidirectional, bool reverse);
-/// Missing: all of the automatic work after an import that needs articulation or changes samples.
-void moveArticulationUp();
+/// Missing: turning stereo waves into pairs and pairs into stereo waves.
 void SplitStereo();
 void MergeStereo();
-void AppendLoopTail();
 /// Missing: rendering of synthesis models and of songs; both answer with a failure.
 bool renderSynthesis(Item& item);
 Wave* renderSong(Item& songOrTrack, bool stereo);

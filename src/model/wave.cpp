@@ -6,7 +6,7 @@
 
 #include "base/run_context.h"
 #include "model/collection.h"
-#include "model/pending.h"
+#include "model/loops.h"
 #include "model/sample_blocks.h"
 #include "model/store.h"
 #include "model/wave_data.h"
@@ -107,7 +107,7 @@ void Wave::FixUp() {
     const ParameterSet& set = settings().pset;
     if (sampleRate == 0) sampleRate = 22050;
     ValidateParams(params, frames, set);
-    if (!set[Switch::ReverseLoops] && params.looped()) unrollWaveLoop(*this, true, true);
+    if (!set[Switch::ReverseLoops] && params.looped() && !unrollWaveLoop(*this, true, true)) ShowLastError();
     params.startOffset = 0;
     deriveFormats();
 

@@ -9,6 +9,8 @@
 #include "model/collection.h"
 #include "model/fix_up.h"
 #include "model/instrument.h"
+#include "model/loops.h"
+#include "model/move_articulation.h"
 #include "model/pending.h"
 #include "model/sample_blocks.h"
 #include "model/store.h"
@@ -84,10 +86,10 @@ void finishImport() {
     }
     FixUpAll(kAllClasses);
     const auto& load = settings().load;
-    if (load.bAutoMoveArticulation) moveArticulationUp();
+    if (load.bAutoMoveArticulation) moveArticulationUp(true, true);
     if (load.bAutoSplitStereo) SplitStereo();
     if (load.bAutoMergeStereo) MergeStereo();
-    if (load.bAutoAppend32) AppendLoopTail();
+    if (load.bAutoAppend32) AppendLoopTail(true);
     if (load.bAutoBid2Fwd || load.bAutoRev2Fwd) UnrollLoops(true, true);
     store().sort(kInstrumentClass, patchBefore);
 }

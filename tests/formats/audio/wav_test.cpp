@@ -154,6 +154,7 @@ TEST_F(Wav, FactCountsWithinTheData) {
 }
 
 TEST_F(Wav, ReadsTheLoopOfASamplerChunk) {
+    space.settings.load.bAutoBid2Fwd = space.settings.load.bAutoRev2Fwd = false;
     SmplHeader header;
     header.unityNote = 64;
     header.pitchFraction = 42949672U * 30;
