@@ -4,9 +4,6 @@
 
 namespace kv {
 
-void SplitStereo() {}
-void MergeStereo() {}
-
 bool renderSynthesis(Item&) {
     return Fail("Synthesis", "Synthesis models can't be rendered by this version yet");
 }

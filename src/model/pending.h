@@ -9,9 +9,6 @@ namespace kv {
 class Item;
 class Wave;
 
-/// Missing: turning stereo waves into pairs and pairs into stereo waves.
-void SplitStereo();
-void MergeStereo();
 /// Missing: rendering of synthesis models and of songs; both answer with a failure.
 bool renderSynthesis(Item& item);
 Wave* renderSong(Item& songOrTrack, bool stereo);

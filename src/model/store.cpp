@@ -163,6 +163,111 @@ void Store::PopAndDiscard() {
     }
 }
 
+std::vector<Item*> Store::pushedItems(u32 classBit) const {
+    std::vector<Item*> items;
+    if (depth_ == 0) return items;
+    for (Item* item = stack_[depth_ - 1][indexOf(classBit)].head; item; item = item->next_)
+        items.push_back(item);
+    return items;
+}
+
+void Store::DropPushed() {
+    if (depth_ == 0) return;
+    // Items look their children up and unlink themselves, so the pushed ones are current while they end.
+    const auto forEach = [this](auto work) {
+        for (List& list : lists_) {
+            for (Item* item = list.head; item; item = item->next_) work(*item);
+        }
+    };
+    forEach([this](Item& item) { leave(item); });
+    Lists current = std::exchange(lists_, std::exchange(stack_[--depth_], {}));
+    forEach([this](Item& item) { enter(item); });
+    for (List& list : lists_) {
+        while (list.head) delete list.head;
+    }
+    lists_ = std::move(current);
+    forEach([this](Item& item) { enter(item); });
+}
+
+void Store::relink(List& list, Item& item) {
+    (item.prev_ ? item.prev_->next_ : list.head) = &item;
+    (item.next_ ? item.next_->prev_ : list.tail) = &item;
+}
+
+void Store::swapWithPushed(Item& current, Item& pushed) {
+    const std::size_t index = indexOf(classOf(current.id_));
+    leave(current);
+    std::swap(current.prev_, pushed.prev_);
+    std::swap(current.next_, pushed.next_);
+    std::swap(current.id_, pushed.id_);
+    relink(lists_[index], pushed);
+    relink(stack_[depth_ - 1][index], current);
+    enter(pushed);
+}
+
+namespace {
+
+/// Old and new ids of one class, by old id.
+using IdMap = std::vector<std::pair<ItemId, ItemId>>;
+
+ItemId mappedId(const IdMap& ids, ItemId id) {
+    const auto found = std::lower_bound(ids.begin(), ids.end(), std::pair<ItemId, ItemId>(id, 0));
+    return found == ids.end() || found->first != id ? 0 : found->second;
+}
+
+} // namespace
+
+bool Store::PopAndJoin() {
+    if (depth_ == 0) return false;
+    while (lists_[indexOf(kCollectionClass)].head) delete lists_[indexOf(kCollectionClass)].head;
+    Lists& old = stack_[depth_ - 1];
+    std::array<IdMap, 8> ids;
+    for (std::size_t i = 0; i < lists_.size(); ++i) {
+        std::vector<u32> taken;
+        for (const Item* item = old[i].head; item; item = item->next_) taken.push_back(numberOf(item->id_));
+        std::sort(taken.begin(), taken.end());
+        auto next = taken.begin();
+        u32 number = 1;
+        for (const Item* item = lists_[i].head; item; item = item->next_, ++number) {
+            for (; next != taken.end() && *next <= number; ++next) {
+                if (*next == number) ++number;
+            }
+            ids[i].emplace_back(item->id_, kClasses[i].bit | number);
+        }
+        std::sort(ids[i].begin(), ids[i].end());
+    }
+    for (List& list : lists_) {
+        for (Item* item = list.head; item; item = item->next_) leave(*item);
+    }
+    for (std::size_t i = 0; i < lists_.size(); ++i) {
+        for (Item* item = lists_[i].head; item; item = item->next_) {
+            item->id_ = mappedId(ids[i], item->id_);
+            for (ItemId& child : item->childIds) {
+                const int index = enumerationIndex(classOf(child));
+                child = index < 0 ? 0 : mappedId(ids[static_cast<std::size_t>(index)], child);
+            }
+        }
+    }
+    for (std::size_t i = 0; i < lists_.size(); ++i) {
+        List& front = old[i];
+        List& back = lists_[i];
+        if (back.head) {
+            back.head->prev_ = front.tail;
+            (front.tail ? front.tail->next_ : front.head) = back.head;
+            front.tail = back.tail;
+            front.count += back.count;
+            for (const auto& [name, count] : back.names.used) front.names.used[name] += count;
+        }
+        back = std::move(front);
+        front = {};
+    }
+    --depth_;
+    for (const List& list : lists_) {
+        for (Item* item = list.head; item; item = item->next_) enter(*item);
+    }
+    return true;
+}
+
 std::string Store::uniqueName(u32 classBit, std::string wanted) {
     Names& names = lists_[indexOf(classBit)].names;
     std::string name = wanted;

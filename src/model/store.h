@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "model/item.h"
 
@@ -104,6 +105,15 @@ public:
     /// Deletes the current items and takes the lists of the last push back.
     void PopAndDiscard();
     std::size_t pushedDepth() const { return depth_; }
+    /// Puts the current items behind those of the last push, under numbers that are free there; a current
+    /// collection is deleted first. Ids of children follow. False when nothing was pushed.
+    bool PopAndJoin();
+    /// Forgets the last push: its items are deleted, the current ones stay.
+    void DropPushed();
+    /// The items of a class in the last push, in list order.
+    std::vector<Item*> pushedItems(u32 classBit) const;
+    /// Exchanges the places and ids of a current and a pushed item of one class.
+    void swapWithPushed(Item& current, Item& pushed);
 
     /// Next value of the counters that make default names of waves and instruments.
     u32 nextWaveName() { return waveNames_++; }
@@ -141,6 +151,7 @@ private:
     void addName(const Item& item);
     void removeName(const Item& item);
     u32 freeNumber(u32 classBit);
+    static void relink(List& list, Item& item);
 
     Lists lists_;
     std::array<Lists, kStackDepth> stack_;

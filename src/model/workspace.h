@@ -1,6 +1,8 @@
 // What is process-wide by nature, in one object: the store, the settings, the error pair, the counters.
 #pragma once
 
+#include <filesystem>
+
 #include "base/run_context.h"
 #include "model/app_settings.h"
 #include "model/store.h"
@@ -22,7 +24,8 @@ struct Workspace : RunContext {
     AppSettings settings;
     const FormatTable* formats = nullptr; ///< the formats that the drivers know
     RawSource rawSource;
-    bool importInProgress = false; ///< constructors of items tell the status line
+    std::filesystem::path stateFolder; ///< of the saved states
+    bool importInProgress = false;     ///< constructors of items tell the status line
     bool exportInProgress = false;
     u32 wavFact = 0; ///< what the last WAV file that has frames to tell left for the next fact chunk
 };

@@ -11,8 +11,8 @@
 #include "model/instrument.h"
 #include "model/loops.h"
 #include "model/move_articulation.h"
-#include "model/pending.h"
 #include "model/sample_blocks.h"
+#include "model/stereo.h"
 #include "model/store.h"
 #include "model/wave.h"
 #include "model/workspace.h"
@@ -87,8 +87,10 @@ void finishImport() {
     FixUpAll(kAllClasses);
     const auto& load = settings().load;
     if (load.bAutoMoveArticulation) moveArticulationUp(true, true);
-    if (load.bAutoSplitStereo) SplitStereo();
-    if (load.bAutoMergeStereo) MergeStereo();
+    const Collection& collection = *store().First<Collection>();
+    u32 stereoWaves = 0;
+    if (load.bAutoSplitStereo) SplitStereo(collection);
+    if (load.bAutoMergeStereo) MergeStereo(collection, stereoWaves, true, true, true);
     if (load.bAutoAppend32) AppendLoopTail(true);
     if (load.bAutoBid2Fwd || load.bAutoRev2Fwd) UnrollLoops(true, true);
     store().sort(kInstrumentClass, patchBefore);

@@ -8,7 +8,7 @@
 #include "formats/framework/format_table.h"
 #include "formats/framework/parameter_sets.h"
 #include "model/collection.h"
-#include "model/lonely_waves.h"
+#include "model/wave_cleanup.h"
 #include "model/workspace.h"
 #include "samples/data_format.h"
 #include "shell/kelvane/commands.h"
