@@ -330,11 +330,23 @@ std::span<const SettingInfo> settingInfos() {
     return infos;
 }
 
-fs::path defaultSettingsFile() {
-    const char* config = std::getenv("XDG_CONFIG_HOME");
+namespace {
+
+/// A folder of the XDG Base Directory Specification.
+fs::path userFolder(const char* variable, const char* belowHome) {
+    const char* set = std::getenv(variable);
     const char* home = std::getenv("HOME");
-    fs::path folder = config && *config == '/' ? fs::path(config) : fs::path(home ? home : "/") / ".config";
-    return folder / "kelvane" / "settings.toml";
+    return set && *set == '/' ? fs::path(set) : fs::path(home ? home : "/") / belowHome;
+}
+
+} // namespace
+
+fs::path defaultSettingsFile() {
+    return userFolder("XDG_CONFIG_HOME", ".config") / "kelvane" / "settings.toml";
+}
+
+fs::path stateFolder() {
+    return userFolder("XDG_DATA_HOME", ".local/share") / "kelvane";
 }
 
 SettingsLoad LoadSettings(const fs::path& file, AppSettings& settings) {

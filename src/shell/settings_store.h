@@ -22,6 +22,8 @@ std::span<const SettingInfo> settingInfos();
 
 /// `$XDG_CONFIG_HOME/kelvane/settings.toml`, by default below `~/.config`.
 std::filesystem::path defaultSettingsFile();
+/// Where saved states stand: `$XDG_DATA_HOME/kelvane`, by default below `~/.local/share`.
+std::filesystem::path stateFolder();
 
 struct SettingsLoad {
     bool firstRun = false; ///< nothing of any version was stored

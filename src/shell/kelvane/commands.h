@@ -45,6 +45,9 @@ struct InputOptions {
 /// Opens a file into the store. False with the error pair set on failure.
 bool openInput(const std::string& path, const InputOptions& options, TerminalUi& ui);
 
+/// Opens several files, joined to one collection in their order. False with the error pair set on failure.
+bool openInputs(const std::vector<std::string>& paths, const InputOptions& options, TerminalUi& ui);
+
 struct InfoOptions {
     std::string path;
     bool json = false, warnings = false;
@@ -60,6 +63,15 @@ struct ConvertOptions {
     InputOptions input;
 };
 int runConvert(const ConvertOptions& options, TerminalUi& ui);
+
+struct EditOptions {
+    std::vector<std::string> inputs;
+    std::string output, to;
+    std::vector<std::string> operations; ///< as "delete-unused" or "replace-waves=FILE", in order
+    bool force = false, quiet = false;
+    InputOptions input;
+};
+int runEdit(const EditOptions& options, TerminalUi& ui);
 
 struct PresetOptions {
     std::string action;             ///< show, extract, apply

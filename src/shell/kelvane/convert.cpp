@@ -40,7 +40,7 @@ private:
     bool chooseTarget();
     bool canWrite() const;
     bool chooseData();
-    bool convert(const std::string& input);
+    bool convert(const std::vector<std::string>& inputs);
     bool convertItem(Item& item, const fs::path& path);
     bool convertToStream(Item& item);
     bool convertAll(const std::string& input, std::size_t items);
@@ -116,9 +116,6 @@ bool Conversion::prepare() {
     toStream_ = output_ == "-";
     std::error_code ignored;
     toFolder_ = !toStream_ && (output_.native().ends_with('/') || fs::is_directory(output_, ignored));
-    if (inputs_.size() > 1 && !toFolder_) {
-        return Fail("convert", "Several inputs go to a folder: \"{}\" is none", output_.string());
-    }
     if (!options_.parameterSet.empty()) {
         const std::optional<ParameterSet> set = parameterSetOf(options_.parameterSet);
         if (!set) {
@@ -184,9 +181,11 @@ bool Conversion::convertAll(const std::string& input, std::size_t items) {
     return SaveAll(job, result_);
 }
 
-bool Conversion::convert(const std::string& input) {
+/// Converts what the inputs hold together.
+bool Conversion::convert(const std::vector<std::string>& inputs) {
+    const std::string& input = inputs[0];
     workspace().wavFact = 0; // each input is converted as if it were the only one
-    if (!openInput(input, options_.input, ui_)) return false;
+    if (!openInputs(inputs, options_.input, ui_)) return false;
     // Plain waves go to a format of instruments as instruments that play one each.
     const u32 holds = workspace().formats->row(row_)->typeFlags;
     if ((holds & kCollectionClass) != 0 && (holds & kInstrumentClass) != 0 && options_.item.empty() &&
@@ -216,15 +215,22 @@ int Conversion::run() {
         return kUsage;
     }
     if (!canWrite()) return reportFailure();
-    ui_.printResults = !toStream_ && inputs_.size() == 1;
+    // A folder takes the inputs one by one, a file all of them joined.
+    std::vector<std::vector<std::string>> jobs;
+    if (toFolder_) {
+        for (const std::string& input : inputs_) jobs.push_back({input});
+    } else {
+        jobs.push_back(inputs_);
+    }
+    ui_.printResults = !toStream_ && jobs.size() == 1;
     int failedInputs = 0;
-    for (std::size_t i = 0; i < inputs_.size() && !interrupted(); ++i) {
-        if (inputs_.size() > 1) ShowProgress(i, inputs_.size());
+    for (std::size_t i = 0; i < jobs.size() && !interrupted(); ++i) {
+        if (jobs.size() > 1) ShowProgress(i, jobs.size());
         workspace().diagnostics.clear();
         const int before = result_.failed;
-        if (!convert(inputs_[i])) {
+        if (!convert(jobs[i])) {
             ++failedInputs;
-            if (inputs_.size() > 1) fmt::print(stderr, "{}: ", inputs_[i]);
+            if (jobs.size() > 1) fmt::print(stderr, "{}: ", jobs[i][0]);
             reportFailure();
         } else if (result_.failed > before) {
             ++failedInputs;
@@ -233,7 +239,7 @@ int Conversion::run() {
     }
     ShowProgress(0, 0);
     if (interrupted()) return kInterrupted;
-    if (inputs_.size() > 1 && !options_.quiet) fmt::print("Done: Saved {} files.\n", result_.saved);
+    if (jobs.size() > 1 && !options_.quiet) fmt::print("Done: Saved {} files.\n", result_.saved);
     if (failedInputs == 0) return kDone;
     return result_.saved > 0 ? kSomeFailed : kFailed;
 }

@@ -128,6 +128,22 @@ int run(int argc, char** argv) {
     convertCommand->add_flag("--force", convert.force, "Replace files that exist");
     addInput(*convertCommand, convert.input);
 
+    EditOptions edit;
+    CLI::App* editCommand = app.add_subcommand("edit", "Change a collection as a whole");
+    editCommand->add_option("INPUT", edit.inputs, "Files; several are merged")->required();
+    editCommand->add_option("-o,--output", edit.output, "File to write")->required()->type_name("FILE");
+    editCommand
+        ->add_option(
+            "--do", edit.operations,
+            "Operation, repeated for more: auto-create, delete-unused, delete-duplicates, merge-stereo, "
+            "split-stereo, unroll-loops, append-loop-tail, replace-waves=FILE")
+        ->type_name("OPERATION")
+        ->allow_extra_args(false);
+    editCommand->add_option("--to", edit.to, "Format of the output, else by its extension")
+        ->type_name("FORMAT");
+    editCommand->add_flag("--force", edit.force, "Replace a file that exists");
+    addInput(*editCommand, edit.input);
+
     PresetOptions preset;
     CLI::App* presetCommand = app.add_subcommand("preset", "Articulation presets (.dlsa)");
     presetCommand->require_subcommand(1);
@@ -181,7 +197,8 @@ int run(int argc, char** argv) {
     }
     TerminalUi ui(progressStyle(globals), globals.quiet);
     workspace().ui = &ui;
-    convert.quiet = globals.quiet;
+    convert.quiet = edit.quiet = globals.quiet;
+    workspace().stateFolder = stateFolder();
     setting.file = globals.settingsFile;
     for (CLI::App* action : {list, get, set, reset, pset}) {
         if (action->parsed()) setting.action = action->get_name();
@@ -193,6 +210,7 @@ int run(int argc, char** argv) {
     if (detectCommand->parsed()) return runDetect(detect);
     if (infoCommand->parsed()) return runInfo(info, ui);
     if (convertCommand->parsed()) return runConvert(convert, ui);
+    if (editCommand->parsed()) return runEdit(edit, ui);
     if (presetCommand->parsed()) return runPreset(preset, ui);
     return runSettings(setting);
 }
