@@ -2,7 +2,7 @@
 
 _kelvane() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands="formats detect info convert preset settings"
+    local commands="formats detect info convert edit preset settings"
     local globals="--help --quiet --progress --settings --set"
     local input="--as --raw-rate --raw-channels --raw-format --raw-big-endian --raw-unsigned --raw-offset"
     local command="" action="" word
@@ -18,6 +18,7 @@ _kelvane() {
 
     case $previous in
         --progress) COMPREPLY=($(compgen -W "auto none json" -- "$current")) && return ;;
+        --do) COMPREPLY=($(compgen -W "auto-create delete-unused delete-duplicates merge-stereo split-stereo unroll-loops append-loop-tail replace-waves=" -- "$current")) && return ;;
         --channels) COMPREPLY=($(compgen -W "auto mono stereo" -- "$current")) && return ;;
         --name-mode) COMPREPLY=($(compgen -W "number base-name name source bank" -- "$current")) && return ;;
         --to | --as) COMPREPLY=($(compgen -W "$(kelvane formats 2>/dev/null | awk 'NR > 1 {print $2}' | sort -u)" -- "$current")) && return ;;
@@ -29,7 +30,8 @@ _kelvane() {
         formats) words="--import --export --json $globals" ;;
         detect) words="--json $globals" ;;
         info) words="--json --warnings $input $globals" ;;
-        convert) words="--to --data --channels --bit-rate --item --name-mode --parameter-set --sub-dirs --force $input $globals" ;;
+        convert) words="--to --data --channels --bit-rate --item --name-mode --parameter-set --report --strict --sub-dirs --force $input $globals" ;;
+        edit) words="--output --do --to --force $input $globals" ;;
         preset)
             words="show extract apply $globals"
             [[ $action == show ]] && words="--json $globals"

@@ -189,6 +189,34 @@ TEST_F(Kelvane, TurnsWavesIntoBanksAndBack) {
     EXPECT_EQ(wave["params"]["loop"]["end"], 25000.0);
 }
 
+TEST_F(Kelvane, MergesAndEditsCollections) {
+    ASSERT_EQ(run("convert ding.wav ding.sf2").status, 0);
+    ASSERT_EQ(run("convert ding.sf2 ding.sf2 both.sf2").status, 0);
+    EXPECT_EQ(json("info --json both.sf2")["instruments"].size(), 2U);
+    const Outcome edited = run("edit ding.sf2 ding.sf2 -o one.sf2 --do delete-duplicates --do delete-unused");
+    EXPECT_EQ(edited.status, 0);
+    EXPECT_NE(edited.out.find("Done: Deleted 1 duplicate waveform (51 KB freed)"), std::string::npos)
+        << edited.out;
+    EXPECT_EQ(json("info --json one.sf2")["waves"].size(), 1U);
+    EXPECT_EQ(run("edit ding.sf2 -o two.sf2 --do replace-waves=ding.wav --do unroll-loops").status, 0);
+    EXPECT_EQ(run("edit ding.sf2 -o three.sf2 --do nothing").status, 2);
+    EXPECT_EQ(run("edit ding.sf2 -o three.sf2 --do replace-waves=none.wav").status, 1);
+    EXPECT_FALSE(fs::exists(folder / "three.sf2"));
+}
+
+TEST_F(Kelvane, TellsWhatWasLost) {
+    ASSERT_EQ(run("convert ding.wav ding.sf2").status, 0);
+    EXPECT_EQ(run("convert ding.sf2 same.sf2 --strict").status, 0);
+    const Outcome table = run("convert ding.sf2 ding.sbk --report - --strict");
+    EXPECT_EQ(table.status, 4);
+    EXPECT_NE(table.out.find("1 lfo1Frequency"), std::string::npos) << table.out;
+    ASSERT_EQ(run("convert ding.sf2 ding.sbk --report lost.json --force").status, 0);
+    const auto report = nlohmann::json::parse(textOf(test::readFile(folder / "lost.json")));
+    EXPECT_EQ(report["lost"], report["losses"].size());
+    EXPECT_EQ(report["counts"]["lfo1Frequency"], 1);
+    EXPECT_EQ(report["losses"][0]["missing"], false);
+}
+
 TEST_F(Kelvane, CarriesArticulationFromBankToBank) {
     ASSERT_EQ(run("convert ding.wav ding.sf2").status, 0);
     ASSERT_EQ(run("preset extract ding.sf2 ding.dlsa").status, 0);

@@ -16,6 +16,7 @@ enum ExitStatus : int {
     kFailed = 1,
     kUsage = 2,
     kSomeFailed = 3,
+    kSomethingLost = 4, ///< only when asked to be strict
     kInterrupted = 130,
 };
 
@@ -59,7 +60,8 @@ struct ConvertOptions {
     std::vector<std::string> paths; ///< inputs, then the output
     std::string to, data = "auto", channels = "auto", item, nameMode, parameterSet;
     f32 bitRate = 0;
-    bool subDirs = false, force = false, quiet = false;
+    bool subDirs = false, force = false, quiet = false, strict = false;
+    std::optional<std::string> report; ///< file, or empty for standard output
     InputOptions input;
 };
 int runConvert(const ConvertOptions& options, TerminalUi& ui);

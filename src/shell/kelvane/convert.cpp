@@ -13,6 +13,7 @@
 #include "samples/data_format.h"
 #include "shell/kelvane/commands.h"
 #include "shell/kelvane/item_selector.h"
+#include "shell/kelvane/loss_report.h"
 #include "shell/kelvane/row_choice.h"
 #include "shell/kelvane/terminal_ui.h"
 
@@ -47,6 +48,11 @@ private:
     Item* onlyItem(std::size_t& count) const;
     NameMode nameMode(std::size_t items) const;
     bool mayReplace(const fs::path& path) const;
+    bool comparesWithOutput() const {
+        return (options_.report || options_.strict) && !toStream_ && !toFolder_;
+    }
+    bool report();
+    bool anythingLost() const;
 
     const ConvertOptions& options_;
     TerminalUi& ui_;
@@ -56,6 +62,8 @@ private:
     int row_ = -1;
     u32 wanted_ = kAnyFormat;
     SaveAllResult result_;
+    std::vector<Loss> losses_;
+    bool told_ = false; ///< a writer told of a loss
 };
 
 bool Conversion::mayReplace(const fs::path& path) const {
@@ -156,9 +164,12 @@ bool Conversion::convertToStream(Item& item) {
 
 bool Conversion::convertItem(Item& item, const fs::path& path) {
     if (!mayReplace(path)) return false;
+    const Snapshot before = comparesWithOutput() ? takeSnapshot() : Snapshot();
     if (!SaveItemAs(path, &item, row_, wanted_, options_.bitRate, false)) return false;
     ++result_.saved;
-    return true;
+    // A row that can't be read has nothing to compare with.
+    return !comparesWithOutput() || !options_.item.empty() || !workspace().formats->row(row_)->importFn ||
+           findLosses(before, path, losses_);
 }
 
 bool Conversion::convertAll(const std::string& input, std::size_t items) {
@@ -209,6 +220,15 @@ bool Conversion::convert(const std::vector<std::string>& inputs) {
     return convertAll(input, items);
 }
 
+/// The writers' own words count where no single file is read again.
+bool Conversion::anythingLost() const {
+    return told_ || !losses_.empty();
+}
+
+bool Conversion::report() {
+    return !options_.report || reportLosses(losses_, *options_.report);
+}
+
 int Conversion::run() {
     if (!prepare()) {
         reportFailure();
@@ -235,12 +255,15 @@ int Conversion::run() {
         } else if (result_.failed > before) {
             ++failedInputs;
         }
+        for (const Diagnostic& d : workspace().diagnostics.entries())
+            told_ = told_ || d.severity == Severity::Loss;
         if (!options_.quiet) printDiagnostics(10);
     }
     ShowProgress(0, 0);
     if (interrupted()) return kInterrupted;
     if (jobs.size() > 1 && !options_.quiet) fmt::print("Done: Saved {} files.\n", result_.saved);
-    if (failedInputs == 0) return kDone;
+    if (!report()) return reportFailure();
+    if (failedInputs == 0) return options_.strict && anythingLost() ? kSomethingLost : kDone;
     return result_.saved > 0 ? kSomeFailed : kFailed;
 }
 

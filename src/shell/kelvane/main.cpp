@@ -75,7 +75,9 @@ int run(int argc, char** argv) {
     app.set_version_flag("--version", "kelvane 11.4");
     app.require_subcommand(1);
     app.fallthrough();
-    app.footer("Exit status: 0 done, 1 failed, 2 usage, 3 some of several failed, 130 interrupted.");
+    app.footer(
+        "Exit status: 0 done, 1 failed, 2 usage, 3 some of several failed, 4 something lost (--strict), 130 "
+        "interrupted.");
     Globals globals;
     addGlobals(app, globals);
 
@@ -125,6 +127,14 @@ int run(int argc, char** argv) {
                      "Keep only what this set of parameters has, as \"SoundFont 2.1 set (.SF2)\"")
         ->type_name("NAME");
     convertCommand->add_flag("--sub-dirs", convert.subDirs, "Each file in a folder of its own name");
+    convertCommand
+        ->add_option_function<std::string>(
+            "--report", [&](const std::string& file) { convert.report = file == "-" ? "" : file; },
+            "Tell what the target could not hold, field by field: counts on standard output for -, or all of "
+            "it as "
+            "JSON into FILE")
+        ->type_name("FILE");
+    convertCommand->add_flag("--strict", convert.strict, "Exit with status 4 when anything was lost");
     convertCommand->add_flag("--force", convert.force, "Replace files that exist");
     addInput(*convertCommand, convert.input);
 

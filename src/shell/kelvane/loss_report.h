@@ -1,0 +1,44 @@
+// What a conversion lost: the model before against a re-read of what was written.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "model/articulation.h"
+#include "model/item_id.h"
+#include "model/sample_params.h"
+
+namespace kv {
+
+/// A wave or a region with all that could get lost of it, apart from the store.
+struct SoundSnapshot {
+    std::string owner; ///< name of the instrument; empty for a wave
+    u32 patch = 0;
+    std::string name; ///< of the wave that is played
+    u8 keyLow = 0, keyHigh = 127, velLow = 0, velHigh = 127;
+    std::map<std::string, double> fields; ///< by name, in the model's units
+};
+using Snapshot = std::vector<SoundSnapshot>;
+
+/// Everything that the store holds, as far as an item of this class takes it along.
+Snapshot takeSnapshot();
+
+struct Loss {
+    std::string item, field;
+    double before = 0, after = 0;
+    bool missing = false; ///< the whole item is
+};
+
+/// What differs, item by item. Values count as equal within the rounding of sampler formats.
+std::vector<Loss> compareSnapshots(const Snapshot& before, const Snapshot& after);
+
+/// Reads a file aside and compares it with a snapshot. False with the error pair set when it can't be read.
+bool findLosses(const Snapshot& before, const std::filesystem::path& written, std::vector<Loss>& losses);
+
+/// Prints losses as a table of counts, or writes all of them as JSON to a file. False with the error pair set
+/// when that can't be written.
+bool reportLosses(const std::vector<Loss>& losses, const std::string& file);
+
+} // namespace kv
