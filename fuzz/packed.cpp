@@ -36,6 +36,12 @@ void check(const std::shared_ptr<ByteSource>& source, Probe probe, Open open) {
 
 } // namespace
 
+/// libvorbisfile 1.3.7 loses a list of serial numbers, a few bytes, when the headers of a later stream of a
+/// chain are damaged. Leaks of our own are still found.
+extern "C" const char* __lsan_default_suppressions() { // NOLINT(bugprone-reserved-identifier)
+    return "leak:libvorbisfile.so";
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto source = std::make_shared<MemorySource>(std::as_bytes(std::span(data, size)));
     check(source, probeWavPack, openWavPack);

@@ -37,8 +37,9 @@ struct VorbisLibrary {
     }
 };
 
+/// Stays open to the end: a stream may live as long.
 const VorbisLibrary& vorbis() {
-    static const VorbisLibrary library;
+    static const VorbisLibrary& library = *new VorbisLibrary;
     return library;
 }
 

@@ -51,8 +51,9 @@ struct WavPackLibrary {
     }
 };
 
+/// Stays open to the end: a stream may live as long.
 const WavPackLibrary& wavPack() {
-    static const WavPackLibrary library;
+    static const WavPackLibrary& library = *new WavPackLibrary;
     return library;
 }
 
