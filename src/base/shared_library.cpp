@@ -2,22 +2,37 @@
 
 #include <dlfcn.h>
 
+#include "base/run_context.h"
+
 namespace kv {
 
-std::unique_ptr<SharedLibrary> SharedLibrary::open(std::initializer_list<const char*> names) {
+SharedLibrary::SharedLibrary(std::string_view package, std::initializer_list<const char*> names)
+    : package_(package) {
     for (const char* name : names) {
-        if (void* handle = ::dlopen(name, RTLD_NOW | RTLD_LOCAL))
-            return std::unique_ptr<SharedLibrary>(new SharedLibrary(handle));
+        handle_.reset(::dlopen(name, RTLD_NOW | RTLD_LOCAL));
+        if (handle_ || name_.empty()) name_ = name;
+        if (handle_) return;
     }
-    return nullptr;
 }
 
-SharedLibrary::~SharedLibrary() {
-    ::dlclose(handle_);
+void SharedLibrary::Close::operator()(void* handle) const {
+    ::dlclose(handle);
 }
 
-void* SharedLibrary::symbol(const char* name) const {
-    return ::dlsym(handle_, name);
+void* SharedLibrary::symbol(const char* name) {
+    void* const found = handle_ ? ::dlsym(handle_.get(), name) : nullptr;
+    if (!found && missing_.empty()) missing_ = name;
+    return found;
+}
+
+bool SharedLibrary::ready(std::string_view context) const {
+    if (!handle_)
+        return Fail(context, "The library {} could not be opened. Please install the package {}.", name_,
+                    package_);
+    if (!missing_.empty())
+        return Fail(context, "The library {} is too old: it lacks {}. Please update the package {}.", name_,
+                    missing_, package_);
+    return true;
 }
 
 } // namespace kv

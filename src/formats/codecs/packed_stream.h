@@ -1,35 +1,42 @@
-// Compressed streams as blocks of samples. The codecs' libraries are opened at run time; without one, its
-// streams fail with a message that names the package to install.
+// What the packed streams have in common: what is known of one before it is decoded, and how the libraries
+// that decode them get at the bytes.
 #pragma once
 
 #include <memory>
 
 #include "base/byte_source.h"
-#include "model/sample_blocks.h"
 
 namespace kv {
 
+/// What a packed stream says of itself.
 struct PackedStreamInfo {
     u32 channels = 0;
     u32 sampleRate = 0; ///< Hz
     u64 frames = 0;
-    u32 bits = 0; ///< per sample; of a lossy codec the 32 of its floats
+    u32 bits = 0;         ///< per sample before packing; 0: the form has none of its own
+    bool isFloat = false; ///< decodes to float, else to 16-bit integers
 };
 
-/// One codec's way in. A stream fills its source from front to end.
-struct PackedCodec {
-    /// Its library is there; else false with the error pair set.
-    bool (*available)();
-    /// False with the error pair set for what isn't a stream of the codec.
-    bool (*probe)(const std::shared_ptr<ByteSource>& stream, PackedStreamInfo& info);
-    /// Opens `frames` frames from frame `start` on, or as many as there are. Null with the error pair set on
-    /// failure.
-    std::unique_ptr<SampleBlocks> (*open)(const std::shared_ptr<ByteSource>& stream, u64 start, u32 frames);
-};
+/// The stream holds `frames` frames from `start` on, in `channels` channels. If not, sets the error pair.
+bool holdsRange(std::string_view context, const PackedStreamInfo& info, u64 start, u32 frames, u32 channels);
 
-/// WavPack, lossless and hybrid, as integers up to 16 bits and as float from there on.
-extern const PackedCodec wavPackCodec;
-/// Ogg Vorbis.
-extern const PackedCodec vorbisCodec;
+/// A source as a C library reads it: from a place that moves. Nothing is thrown through the library.
+class PackedInput {
+public:
+    explicit PackedInput(std::shared_ptr<ByteSource> source);
+
+    /// Reads on; returns the bytes read, fewer than asked at the end or on an error.
+    std::size_t read(void* to, std::size_t count) noexcept;
+    /// Moves by `distance` from the place that `whence` means: SEEK_SET, SEEK_CUR or SEEK_END. False, and
+    /// nothing moves, for a place before the first byte.
+    bool seek(i64 distance, int whence) noexcept;
+    i64 position() const noexcept { return at_; }
+    i64 size() const noexcept { return size_; }
+
+private:
+    std::shared_ptr<ByteSource> source_;
+    i64 size_;
+    i64 at_ = 0;
+};
 
 } // namespace kv

@@ -1,147 +1,165 @@
+#include "formats/codecs/vorbis_stream.h"
+
 #define OV_EXCLUDE_STATIC_CALLBACKS
 #include <vorbis/vorbisfile.h>
 
+#include <algorithm>
+#include <cstdio>
+
 #include "base/run_context.h"
 #include "base/shared_library.h"
-#include "formats/codecs/packed_stream.h"
-#include "formats/codecs/stream_cursor.h"
 
 namespace kv {
 namespace {
 
 constexpr std::string_view kContext = "Ogg Vorbis";
 
-struct Library {
-    std::unique_ptr<SharedLibrary> library = SharedLibrary::open({"libvorbisfile.so.3", "libvorbisfile.so"});
+// A packet takes a byte at least and gives half of the longest block, which is 8192 frames (Vorbis I
+// specification, 4.2.2).
+constexpr u64 kMaxFramesPerByte = 4096;
+
+struct VorbisLibrary {
+    SharedLibrary library{"libvorbisfile3", {"libvorbisfile.so.3"}};
     decltype(ov_open_callbacks)* open = nullptr;
-    decltype(ov_clear)* clear = nullptr;
+    decltype(ov_clear)* close = nullptr;
     decltype(ov_info)* info = nullptr;
-    decltype(ov_pcm_total)* total = nullptr;
+    decltype(ov_pcm_total)* frames = nullptr;
     decltype(ov_pcm_seek)* seek = nullptr;
     decltype(ov_read_float)* read = nullptr;
-    bool complete = library && library->bind(open, "ov_open_callbacks") && library->bind(clear, "ov_clear") &&
-                    library->bind(info, "ov_info") && library->bind(total, "ov_pcm_total") &&
-                    library->bind(seek, "ov_pcm_seek") && library->bind(read, "ov_read_float");
+
+    VorbisLibrary() {
+        library.bind(open, "ov_open_callbacks")
+            .bind(close, "ov_clear")
+            .bind(info, "ov_info")
+            .bind(frames, "ov_pcm_total")
+            .bind(seek, "ov_pcm_seek")
+            .bind(read, "ov_read_float");
+    }
 };
 
-const Library* vorbis() {
-    static const Library library;
-    if (library.complete) return &library;
-    Fail(kContext, "The Ogg Vorbis library is missing; please install the package libvorbisfile3");
-    return nullptr;
+/// Stays open to the end: a stream may live as long.
+const VorbisLibrary& vorbis() {
+    static const VorbisLibrary& library = *new VorbisLibrary;
+    return library;
 }
 
-StreamCursor& cursor(void* id) {
-    return *static_cast<StreamCursor*>(id);
+// ---- What the library reads through
+
+PackedInput& input(void* id) noexcept {
+    return *static_cast<PackedInput*>(id);
+}
+std::size_t readItems(void* to, std::size_t size, std::size_t count, void* id) noexcept {
+    return size == 0 ? 0 : input(id).read(to, size * count) / size;
+}
+int seekFrom(void* id, ogg_int64_t distance, int whence) noexcept {
+    return input(id).seek(distance, whence) ? 0 : -1;
+}
+long tell(void* id) noexcept {
+    return static_cast<long>(input(id).position());
 }
 
-ov_callbacks callbacks() {
-    ov_callbacks calls{};
-    calls.read_func = [](void* to, std::size_t size, std::size_t count, void* id) {
-        return size == 0 ? 0 : cursor(id).read(to, size * count) / size;
-    };
-    calls.seek_func = [](void* id, ogg_int64_t offset, int origin) {
-        return cursor(id).seek(offset, origin) ? 0 : -1;
-    };
-    calls.tell_func = [](void* id) { return static_cast<long>(cursor(id).position); };
-    return calls;
-}
-
-/// An open stream.
-class Decoder {
+/// An open stream. The library keeps a pointer to the input, so it stays where it is.
+class VorbisStream {
 public:
-    static std::unique_ptr<Decoder> open(const std::shared_ptr<ByteSource>& source) {
-        const Library* library = vorbis();
-        if (!library) return nullptr;
-        std::unique_ptr<Decoder> decoder(new Decoder(*library, source));
-        decoder->opened_ = library->open(&decoder->cursor_, &decoder->file_, nullptr, 0, callbacks()) == 0;
-        if (decoder->opened_) return decoder;
-        Fail(kContext, "Not an Ogg Vorbis stream");
-        return nullptr;
+    static std::unique_ptr<VorbisStream> open(const std::shared_ptr<ByteSource>& source) {
+        if (!vorbis().library.ready(kContext)) return nullptr;
+        auto stream = std::make_unique<VorbisStream>(source);
+        return stream->opened() ? std::move(stream) : nullptr;
     }
-    ~Decoder() {
-        if (opened_) library_.clear(&file_);
-    }
-    Decoder(const Decoder&) = delete;
-    Decoder& operator=(const Decoder&) = delete;
 
-    PackedStreamInfo info() {
-        const vorbis_info* now = library_.info(&file_, -1);
-        const ogg_int64_t frames = library_.total(&file_, -1);
-        if (!now || frames < 0) return {};
-        return {static_cast<u32>(now->channels), static_cast<u32>(now->rate), static_cast<u64>(frames), 32};
+    explicit VorbisStream(const std::shared_ptr<ByteSource>& source) : input_(source) {}
+    ~VorbisStream() {
+        if (isOpen_) vorbis().close(&file_);
     }
-    bool seek(u64 frame) { return library_.seek(&file_, static_cast<ogg_int64_t>(frame)) == 0; }
+    VorbisStream(const VorbisStream&) = delete;
+    VorbisStream& operator=(const VorbisStream&) = delete;
 
-    /// Fills `to` with interleaved samples; false when the stream ends early or changes its channels.
-    bool read(std::span<f32> to, u32 channels) {
-        while (!to.empty()) {
-            float** planes = nullptr;
-            int link = 0;
-            const auto wanted = static_cast<int>(std::min<std::size_t>(to.size() / channels, 4096));
-            const long got = library_.read(&file_, &planes, wanted, &link);
-            if (got == OV_HOLE) continue; // pages are missing; what follows is good
-            const vorbis_info* now = library_.info(&file_, -1);
-            if (got <= 0 || !now || static_cast<u32>(now->channels) != channels) return false;
-            const auto frames = static_cast<std::size_t>(got);
-            for (std::size_t i = 0; i < frames; ++i) {
-                for (u32 c = 0; c < channels; ++c) to[i * channels + c] = planes[c][i];
-            }
-            to = to.subspan(frames * channels);
-        }
-        return true;
+    const PackedStreamInfo& info() const { return info_; }
+    bool seek(u64 frame) { return vorbis().seek(&file_, static_cast<ogg_int64_t>(frame)) == 0; }
+
+    /// Decodes up to `most` frames into planes of the library's; 0 at the end and on an error.
+    std::size_t decode(std::size_t most, f32**& planes) {
+        int link = 0; // of a chain of streams, each of which has channels of its own
+        long got = 0;
+        do got = vorbis().read(&file_, &planes, static_cast<int>(std::min<std::size_t>(most, 4096)), &link);
+        while (got == OV_HOLE); // says that a page was left out, and goes on behind it
+        const vorbis_info* const info = got > 0 ? vorbis().info(&file_, link) : nullptr;
+        const bool usable = info && static_cast<u32>(info->channels) == info_.channels;
+        return usable ? static_cast<std::size_t>(got) : 0;
     }
 
 private:
-    Decoder(const Library& library, std::shared_ptr<ByteSource> source)
-        : library_(library), cursor_{std::move(source)} {}
+    bool opened() {
+        const ov_callbacks callbacks{readItems, seekFrom, nullptr, tell};
+        isOpen_ = vorbis().open(&input_, &file_, nullptr, 0, callbacks) == 0;
+        const vorbis_info* const first = isOpen_ ? vorbis().info(&file_, 0) : nullptr;
+        if (!first || first->channels < 1) return Fail(kContext, "Not an Ogg Vorbis stream");
+        const ogg_int64_t frames = vorbis().frames(&file_, -1);
+        if (frames < 0 ||
+            ceilDiv(static_cast<u64>(frames), kMaxFramesPerByte) > static_cast<u64>(input_.size()))
+            return Fail(kContext, "Reading from file failed");
+        info_.channels = static_cast<u32>(first->channels);
+        info_.sampleRate = saturate<u32>(static_cast<f64>(first->rate));
+        info_.frames = static_cast<u64>(frames);
+        info_.isFloat = true;
+        return true;
+    }
 
-    const Library& library_;
-    StreamCursor cursor_;
+    PackedInput input_;
     OggVorbis_File file_{};
-    bool opened_ = false;
+    bool isOpen_ = false;
+    PackedStreamInfo info_;
 };
 
 class VorbisBlocks final : public SampleBlocks {
 public:
-    VorbisBlocks(std::unique_ptr<Decoder> decoder, u32 channels, u32 frames)
-        : SampleBlocks(channels, frames, true), decoder_(std::move(decoder)) {}
+    VorbisBlocks(std::unique_ptr<VorbisStream> stream, u32 frames)
+        : SampleBlocks(stream->info().channels, frames, true), stream_(std::move(stream)), left_(frames) {}
 
 protected:
     bool readNative(std::span<f32> to) override {
-        return decoder_->read(to, channels()) || Fail(kContext, "Reading from file failed");
+        const std::size_t frames = to.size() / channels();
+        if (frames > left_) return Fail(kContext, "Reading from file failed");
+        for (std::size_t done = 0; done < frames;) {
+            f32** planes = nullptr;
+            const std::size_t got = stream_->decode(frames - done, planes);
+            if (got == 0) return Fail(kContext, "Reading from file failed");
+            for (u32 channel = 0; channel < channels(); ++channel) {
+                f32* at = to.data() + done * channels() + channel;
+                for (const f32 v : std::span(planes[channel], got)) {
+                    *at = v;
+                    at += channels();
+                }
+            }
+            done += got;
+        }
+        left_ -= frames;
+        return true;
     }
 
 private:
-    std::unique_ptr<Decoder> decoder_;
+    std::unique_ptr<VorbisStream> stream_;
+    std::size_t left_; ///< frames
 };
-
-bool available() {
-    return vorbis() != nullptr;
-}
-
-bool probe(const std::shared_ptr<ByteSource>& stream, PackedStreamInfo& info) {
-    const std::unique_ptr<Decoder> decoder = Decoder::open(stream);
-    if (!decoder) return false;
-    info = decoder->info();
-    return info.channels > 0 || Fail(kContext, "Not an Ogg Vorbis stream");
-}
-
-std::unique_ptr<SampleBlocks> open(const std::shared_ptr<ByteSource>& stream, u64 start, u32 frames) {
-    std::unique_ptr<Decoder> decoder = Decoder::open(stream);
-    if (!decoder) return nullptr;
-    const PackedStreamInfo info = decoder->info();
-    if (info.channels < 1 || info.channels > 2 || start > info.frames ||
-        (start > 0 && !decoder->seek(start))) {
-        Fail(kContext, "Reading from file failed");
-        return nullptr;
-    }
-    const auto count = static_cast<u32>(std::min<u64>(frames, info.frames - start));
-    return std::make_unique<VorbisBlocks>(std::move(decoder), info.channels, count);
-}
 
 } // namespace
 
-const PackedCodec vorbisCodec{available, probe, open};
+std::optional<PackedStreamInfo> probeVorbis(const std::shared_ptr<ByteSource>& stream) {
+    const std::unique_ptr<VorbisStream> opened = VorbisStream::open(stream);
+    if (!opened) return {};
+    return opened->info();
+}
+
+std::unique_ptr<SampleBlocks> openVorbis(const std::shared_ptr<ByteSource>& stream, u64 start, u32 frames,
+                                         u32 channels) {
+    std::unique_ptr<VorbisStream> opened = VorbisStream::open(stream);
+    if (!opened || !holdsRange(kContext, opened->info(), start, frames, channels)) return nullptr;
+    // To the first frame, too: after opening, a chain of streams may stand at its second one.
+    if (!opened->seek(start)) {
+        Fail(kContext, "Reading from file failed");
+        return nullptr;
+    }
+    return std::make_unique<VorbisBlocks>(std::move(opened), frames);
+}
 
 } // namespace kv

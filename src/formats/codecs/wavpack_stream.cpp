@@ -1,171 +1,233 @@
+#include "formats/codecs/wavpack_stream.h"
+
 #include <wavpack/wavpack.h>
 
 #include <algorithm>
-#include <array>
 #include <bit>
+#include <cstdio>
 #include <vector>
 
 #include "base/run_context.h"
 #include "base/shared_library.h"
-#include "formats/codecs/packed_stream.h"
-#include "formats/codecs/stream_cursor.h"
+#include "samples/kernels.h"
 
 namespace kv {
 namespace {
 
 constexpr std::string_view kContext = "WavPack";
+constexpr std::size_t kStepSamples = 16384; // what passes through the cache at once
 
-struct Library {
-    std::unique_ptr<SharedLibrary> library = SharedLibrary::open({"libwavpack.so.1", "libwavpack.so"});
+// The format's own limits (WavPack 4 & 5 Binary File / Block Format): a block has a header of 32 bytes and
+// holds up to 131072 frames.
+constexpr u64 kBlockHeaderBytes = sizeof(WavpackHeader);
+constexpr u64 kMaxBlockFrames = 131072;
+
+struct WavPackLibrary {
+    SharedLibrary library{"libwavpack1", {"libwavpack.so.1"}};
     decltype(WavpackOpenFileInputEx64)* open = nullptr;
     decltype(WavpackCloseFile)* close = nullptr;
-    decltype(WavpackGetMode)* mode = nullptr;
-    decltype(WavpackGetNumChannels)* channels = nullptr;
-    decltype(WavpackGetSampleRate)* rate = nullptr;
     decltype(WavpackGetNumSamples64)* frames = nullptr;
+    decltype(WavpackGetNumChannels)* channels = nullptr;
+    decltype(WavpackGetSampleRate)* sampleRate = nullptr;
     decltype(WavpackGetBitsPerSample)* bits = nullptr;
     decltype(WavpackGetBytesPerSample)* bytes = nullptr;
+    decltype(WavpackGetMode)* mode = nullptr;
     decltype(WavpackSeekSample64)* seek = nullptr;
     decltype(WavpackUnpackSamples)* unpack = nullptr;
-    bool complete =
-        library && library->bind(open, "WavpackOpenFileInputEx64") &&
-        library->bind(close, "WavpackCloseFile") && library->bind(mode, "WavpackGetMode") &&
-        library->bind(channels, "WavpackGetNumChannels") && library->bind(rate, "WavpackGetSampleRate") &&
-        library->bind(frames, "WavpackGetNumSamples64") && library->bind(bits, "WavpackGetBitsPerSample") &&
-        library->bind(bytes, "WavpackGetBytesPerSample") && library->bind(seek, "WavpackSeekSample64") &&
-        library->bind(unpack, "WavpackUnpackSamples");
+    decltype(WavpackGetNumErrors)* errors = nullptr;
+
+    WavPackLibrary() {
+        library.bind(open, "WavpackOpenFileInputEx64")
+            .bind(close, "WavpackCloseFile")
+            .bind(frames, "WavpackGetNumSamples64")
+            .bind(channels, "WavpackGetNumChannels")
+            .bind(sampleRate, "WavpackGetSampleRate")
+            .bind(bits, "WavpackGetBitsPerSample")
+            .bind(bytes, "WavpackGetBytesPerSample")
+            .bind(mode, "WavpackGetMode")
+            .bind(seek, "WavpackSeekSample64")
+            .bind(unpack, "WavpackUnpackSamples")
+            .bind(errors, "WavpackGetNumErrors");
+    }
 };
 
-const Library* wavPack() {
-    static const Library library;
-    if (library.complete) return &library;
-    Fail(kContext, "The WavPack library is missing; please install the package libwavpack1");
-    return nullptr;
+/// Stays open to the end: a stream may live as long.
+const WavPackLibrary& wavPack() {
+    static const WavPackLibrary& library = *new WavPackLibrary;
+    return library;
 }
 
-StreamCursor& cursor(void* id) {
-    return *static_cast<StreamCursor*>(id);
+// ---- What the library reads through
+
+PackedInput& input(void* id) noexcept {
+    return *static_cast<PackedInput*>(id);
+}
+i32 readBytes(void* id, void* to, i32 count) noexcept {
+    return count <= 0 ? 0 : static_cast<i32>(input(id).read(to, static_cast<std::size_t>(count)));
+}
+int seekFromStart(void* id, i64 position) noexcept {
+    return input(id).seek(position, SEEK_SET) ? 0 : -1;
+}
+int seekFrom(void* id, i64 distance, int whence) noexcept {
+    return input(id).seek(distance, whence) ? 0 : -1;
+}
+/// Only ever the byte that was just read is put back.
+int putBack(void* id, int byte) noexcept {
+    return input(id).seek(-1, SEEK_CUR) ? byte : EOF;
 }
 
-WavpackStreamReader64 callbacks() {
-    WavpackStreamReader64 calls{};
-    calls.read_bytes = [](void* id, void* data, int32_t bytes) {
-        return static_cast<int32_t>(cursor(id).read(data, static_cast<std::size_t>(std::max(bytes, 0))));
-    };
-    calls.get_pos = [](void* id) { return static_cast<int64_t>(cursor(id).position); };
-    calls.set_pos_abs = [](void* id, int64_t at) { return cursor(id).seek(at, SEEK_SET) ? 0 : -1; };
-    calls.set_pos_rel = [](void* id, int64_t by, int origin) { return cursor(id).seek(by, origin) ? 0 : -1; };
-    calls.push_back_byte = [](void* id, int c) { return cursor(id).seek(-1, SEEK_CUR) ? c : EOF; };
-    calls.get_length = [](void* id) { return static_cast<int64_t>(cursor(id).source->size()); };
-    calls.can_seek = [](void*) { return 1; };
-    return calls;
+WavpackStreamReader64 makeReader() {
+    WavpackStreamReader64 reader{};
+    reader.read_bytes = readBytes;
+    reader.write_bytes = [](void*, void*, i32) noexcept -> i32 { return 0; };
+    reader.get_pos = [](void* id) noexcept { return input(id).position(); };
+    reader.set_pos_abs = seekFromStart;
+    reader.set_pos_rel = seekFrom;
+    reader.push_back_byte = putBack;
+    reader.get_length = [](void* id) noexcept { return input(id).size(); };
+    reader.can_seek = [](void*) noexcept { return 1; };
+    reader.truncate_here = [](void*) noexcept { return -1; };
+    reader.close = [](void*) noexcept { return 0; };
+    return reader;
 }
 
-/// An open stream.
-class Decoder {
+/// An open stream. The library keeps pointers to the members, so it stays where it is.
+class WavPackStream {
 public:
-    static std::unique_ptr<Decoder> open(const std::shared_ptr<ByteSource>& source) {
-        const Library* library = wavPack();
-        if (!library) return nullptr;
-        std::unique_ptr<Decoder> decoder(new Decoder(*library, source));
-        std::array<char, 81> why{}; // the length that the library asks for
-        decoder->context_ = library->open(&decoder->callbacks_, &decoder->cursor_, nullptr, why.data(), 0, 0);
-        if (!decoder->context_) {
-            Fail(kContext, "Not a WavPack stream");
-            return nullptr;
-        }
-        return decoder;
+    static std::unique_ptr<WavPackStream> open(const std::shared_ptr<ByteSource>& source) {
+        if (!wavPack().library.ready(kContext)) return nullptr;
+        auto stream = std::make_unique<WavPackStream>(source);
+        return stream->opened() ? std::move(stream) : nullptr;
     }
-    ~Decoder() {
-        if (context_) library_.close(context_);
+
+    explicit WavPackStream(const std::shared_ptr<ByteSource>& source) : input_(source) {}
+    ~WavPackStream() {
+        if (context_) wavPack().close(context_);
     }
-    Decoder(const Decoder&) = delete;
-    Decoder& operator=(const Decoder&) = delete;
+    WavPackStream(const WavPackStream&) = delete;
+    WavPackStream& operator=(const WavPackStream&) = delete;
 
-    PackedStreamInfo info() const {
-        const int64_t frames = library_.frames(context_);
-        return {static_cast<u32>(library_.channels(context_)), library_.rate(context_),
-                static_cast<u64>(std::max<int64_t>(frames, 0)), static_cast<u32>(library_.bits(context_))};
-    }
-    bool isFloat() const { return (library_.mode(context_) & MODE_FLOAT) != 0; }
-    int bytesPerSample() const { return library_.bytes(context_); }
-    bool seek(u64 frame) { return library_.seek(context_, static_cast<int64_t>(frame)) != 0; }
-    u32 unpack(std::span<i32> to, u32 frames) { return library_.unpack(context_, to.data(), frames); }
-
-private:
-    Decoder(const Library& library, std::shared_ptr<ByteSource> source)
-        : library_(library), cursor_{std::move(source)} {}
-
-    const Library& library_;
-    StreamCursor cursor_;
-    WavpackStreamReader64 callbacks_ = callbacks();
-    WavpackContext* context_ = nullptr;
-};
-
-class WavPackBlocks final : public SampleBlocks {
-public:
-    WavPackBlocks(std::unique_ptr<Decoder> decoder, u32 channels, u32 frames)
-        : SampleBlocks(channels, frames, decoder->isFloat() || decoder->bytesPerSample() > 2),
-          decoder_(std::move(decoder)),
-          storedFloat_(decoder_->isFloat()),
-          bits_(8 * std::clamp(decoder_->bytesPerSample(), 1, 4)) {}
-
-protected:
-    bool readNative(std::span<i16> to) override {
-        return unpack(to, [this](i32 v) { return static_cast<i16>(v * (1 << (16 - bits_))); });
-    }
-    bool readNative(std::span<f32> to) override {
-        if (storedFloat_) return unpack(to, [](i32 v) { return std::bit_cast<f32>(v); });
-        const f64 unit = 1.0 / static_cast<f64>(u64{1} << (bits_ - 1));
-        return unpack(to, [unit](i32 v) { return static_cast<f32>(v * unit); });
+    const PackedStreamInfo& info() const { return info_; }
+    /// Bytes per sample of the integers that `unpack` gives; they fill these bytes.
+    int sampleBytes() const { return sampleBytes_; }
+    bool givesFloat() const { return (wavPack().mode(context_) & MODE_FLOAT) != 0; }
+    bool seek(u64 frame) { return wavPack().seek(context_, static_cast<i64>(frame)) != 0; }
+    /// Samples that came damaged are silent.
+    bool damaged() const { return wavPack().errors(context_) > 0; }
+    bool unpack(std::span<i32> to) {
+        const auto frames = static_cast<u32>(to.size() / info_.channels);
+        return wavPack().unpack(context_, to.data(), frames) == frames;
     }
 
 private:
-    template <class T, class Convert>
-    bool unpack(std::span<T> to, Convert convert) {
-        constexpr std::size_t kStep = 16384; // frames
-        while (!to.empty()) {
-            const std::span<T> part = to.first(std::min(kStep * channels(), to.size()));
-            const auto frames = static_cast<u32>(part.size() / channels());
-            raw_.resize(part.size());
-            if (decoder_->unpack(raw_, frames) != frames) return Fail(kContext, "Reading from file failed");
-            std::transform(raw_.begin(), raw_.end(), part.begin(), convert);
-            to = to.subspan(part.size());
-        }
+    bool opened() {
+        char error[81] = {}; // the library writes up to 80 characters
+        context_ = wavPack().open(&reader_, &input_, nullptr, error, OPEN_NORMALIZE, 0);
+        if (!context_) return Fail(kContext, "Not a WavPack stream: {}", error);
+        const i64 frames = wavPack().frames(context_);
+        const int channels = wavPack().channels(context_);
+        sampleBytes_ = wavPack().bytes(context_);
+        if (frames < 0 || channels < 1 || sampleBytes_ < 1 || sampleBytes_ > 4)
+            return Fail(kContext, "Not a WavPack stream that can be read");
+        const u64 blocks = static_cast<u64>(input_.size()) / kBlockHeaderBytes;
+        if (ceilDiv(static_cast<u64>(frames), kMaxBlockFrames) > blocks)
+            return Fail(kContext, "Reading from file failed");
+        info_.channels = static_cast<u32>(channels);
+        info_.sampleRate = wavPack().sampleRate(context_);
+        info_.frames = static_cast<u64>(frames);
+        info_.bits = static_cast<u32>(wavPack().bits(context_));
+        info_.isFloat = givesFloat() || sampleBytes_ > 2;
         return true;
     }
 
-    std::unique_ptr<Decoder> decoder_;
-    bool storedFloat_;
-    int bits_;
-    std::vector<i32> raw_;
+    WavpackStreamReader64 reader_ = makeReader();
+    PackedInput input_;
+    WavpackContext* context_ = nullptr;
+    PackedStreamInfo info_;
+    int sampleBytes_ = 0;
 };
 
-bool available() {
-    return wavPack() != nullptr;
-}
+// ---- Samples as they are unpacked, in working form
 
-bool probe(const std::shared_ptr<ByteSource>& stream, PackedStreamInfo& info) {
-    const std::unique_ptr<Decoder> decoder = Decoder::open(stream);
-    if (decoder) info = decoder->info();
-    return decoder != nullptr;
-}
-
-std::unique_ptr<SampleBlocks> open(const std::shared_ptr<ByteSource>& stream, u64 start, u32 frames) {
-    std::unique_ptr<Decoder> decoder = Decoder::open(stream);
-    if (!decoder) return nullptr;
-    const PackedStreamInfo info = decoder->info();
-    if (info.channels < 1 || info.channels > 2 || start > info.frames ||
-        (start > 0 && start < info.frames && !decoder->seek(start))) {
-        Fail(kContext, "Reading from file failed");
-        return nullptr;
+void toWorkingForm(const WavPackStream& stream, std::span<const i32> from, std::span<i16> to) {
+    if (stream.sampleBytes() == 2) {
+        std::ranges::transform(from, to.begin(),
+                               [](i32 v) { return static_cast<i16>(std::clamp(v, -32768, 32767)); });
+        return;
     }
-    const auto count = static_cast<u32>(std::min<u64>(frames, info.frames - start));
-    return std::make_unique<WavPackBlocks>(std::move(decoder), info.channels, count);
+    Bytes bytes(from.size());
+    std::ranges::transform(from, bytes.begin(),
+                           [](i32 v) { return static_cast<std::byte>(std::clamp(v, -128, 127)); });
+    bytesToInt16(bytes, false, to);
 }
+
+void toWorkingForm(const WavPackStream& stream, std::span<i32> from, std::span<f32> to) {
+    if (stream.givesFloat()) {
+        std::ranges::transform(from, to.begin(), [](i32 bits) { return std::bit_cast<f32>(bits); });
+        return;
+    }
+    const int shift = 8 * (4 - stream.sampleBytes());
+    for (i32& v : from) v = static_cast<i32>(static_cast<u32>(v) << shift);
+    int32ToFloat(from, to);
+}
+
+class WavPackBlocks final : public SampleBlocks {
+public:
+    WavPackBlocks(std::unique_ptr<WavPackStream> stream, u32 frames)
+        : SampleBlocks(stream->info().channels, frames, stream->info().isFloat),
+          stream_(std::move(stream)),
+          left_(u64{frames} * channels()) {}
+
+protected:
+    bool readNative(std::span<i16> to) override { return readInto(to); }
+    bool readNative(std::span<f32> to) override { return readInto(to); }
+
+private:
+    template <class T>
+    bool readInto(std::span<T> to) {
+        const std::size_t step = std::max<std::size_t>(kStepSamples / channels(), 1) * channels();
+        while (!to.empty()) {
+            const std::span<T> part = to.first(std::min(step, to.size()));
+            unpacked_.resize(part.size());
+            if (part.size() > left_ || !stream_->unpack(unpacked_))
+                return Fail(kContext, "Reading from file failed");
+            toWorkingForm(*stream_, unpacked_, part);
+            left_ -= part.size();
+            to = to.subspan(part.size());
+        }
+        noteDamage();
+        return true;
+    }
+
+    void noteDamage() {
+        if (noted_ || !stream_->damaged()) return;
+        noted_ = true;
+        runContext().diagnostics.warn(0, std::string(kContext), "Damaged samples are silent");
+    }
+
+    std::unique_ptr<WavPackStream> stream_;
+    u64 left_; ///< samples
+    std::vector<i32> unpacked_;
+    bool noted_ = false;
+};
 
 } // namespace
 
-const PackedCodec wavPackCodec{available, probe, open};
+std::optional<PackedStreamInfo> probeWavPack(const std::shared_ptr<ByteSource>& stream) {
+    const std::unique_ptr<WavPackStream> opened = WavPackStream::open(stream);
+    if (!opened) return {};
+    return opened->info();
+}
+
+std::unique_ptr<SampleBlocks> openWavPack(const std::shared_ptr<ByteSource>& stream, u64 start, u32 frames,
+                                          u32 channels) {
+    std::unique_ptr<WavPackStream> opened = WavPackStream::open(stream);
+    if (!opened || !holdsRange(kContext, opened->info(), start, frames, channels)) return nullptr;
+    if (start > 0 && !opened->seek(start)) {
+        Fail(kContext, "Reading from file failed");
+        return nullptr;
+    }
+    return std::make_unique<WavPackBlocks>(std::move(opened), frames);
+}
 
 } // namespace kv

@@ -42,7 +42,7 @@ u8 phaseGroupOf(std::size_t row) {
 bool Sf2Reader::makeWave(const Sf2Sample& sample, std::size_t row) {
     constexpr u8 kUnpitched = 255;
     Wave& wave = *store().Create<Wave>(kNextFreeNumber, &genericReader, sample.name);
-    if (!placeSf2Samples(wave, file_, sample, context_)) return false;
+    const bool placed = placeSf2Samples(wave, file_, sample, context_);
     wave.sampleRate = sample.rate;
     wave.params.override = true;
     // In a stream of its own the points of a sample count from its start.
@@ -62,10 +62,12 @@ bool Sf2Reader::makeWave(const Sf2Sample& sample, std::size_t row) {
         made.phaseGroup = phaseGroupOf(sample.link);
         made.phaseMaster = true;
     }
-    return true;
+    return placed;
 }
 
+/// One packed sample that can't be read is a damaged one; when none can, the codec is missing.
 bool Sf2Reader::readSamples() {
+    std::size_t made = 0, failed = 0;
     for (std::size_t row = 0; row < file_.samples.count(); ++row) {
         const Sf2Sample sample = readSf2Sample(file_.samples[row]);
         const bool last = row + 1 == file_.samples.count();
@@ -73,9 +75,9 @@ bool Sf2Reader::readSamples() {
         waves_.emplace_back();
         unpitched_.push_back(false);
         const int type = file_.major == 3 ? sample.type & ~kSf3Vorbis : sample.type;
-        if (type <= kHighestType && !makeWave(sample, row)) return false;
+        if (type <= kHighestType) ++(makeWave(sample, row) ? made : failed);
     }
-    return true;
+    return made > 0 || failed == 0;
 }
 
 /// Regions that play their wave as it is need no block of their own. This is told at the end: each zone

@@ -3,7 +3,8 @@
 #include <algorithm>
 
 #include "base/run_context.h"
-#include "formats/codecs/packed_stream.h"
+#include "formats/codecs/vorbis_stream.h"
+#include "formats/codecs/wavpack_stream.h"
 #include "model/sample_blocks.h"
 #include "samples/data_format.h"
 #include "samples/text_codec.h"
@@ -74,7 +75,10 @@ std::unique_ptr<SampleBlocks> open24(const Wave& wave, FileContext& file) {
     return std::make_unique<Sf24Blocks>(wave, file.source, file.position, lower);
 }
 
-template <const PackedCodec& codec>
+using OpenStream = decltype(openWavPack);
+using ProbeStream = decltype(probeWavPack);
+
+template <OpenStream* openStream>
 std::unique_ptr<SampleBlocks> openPacked(const Wave& wave, FileContext& file) {
     if (!file.source) {
         Fail(kContext, "Reading from file failed");
@@ -82,25 +86,18 @@ std::unique_ptr<SampleBlocks> openPacked(const Wave& wave, FileContext& file) {
     }
     const auto stream =
         std::make_shared<RangeSource>(file.source, file.position, remembered(wave, kStreamSize));
-    std::unique_ptr<SampleBlocks> blocks = codec.open(stream, remembered(wave, kFirstFrame), wave.frames);
-    if (!blocks || blocks->channels() == wave.channels) return blocks;
-    Fail(kContext, "Reading from file failed");
-    return nullptr;
+    return openStream(stream, remembered(wave, kFirstFrame), wave.frames, wave.channels);
 }
 
-/// Points the wave at a stream, of which it has the frames from `first` on. A stream that can't be read
-/// leaves the wave empty; only a missing codec is a failure, since then all streams are.
-bool placePacked(Wave& wave, const PackedCodec& codec, const FileContext& context, u64 start, u64 size,
-                 u32 first, u32 frames) {
-    PackedStreamInfo info;
-    if (!codec.probe(std::make_shared<RangeSource>(context.source, start, size), info) || info.channels > 2) {
-        wave.frames = 0;
-        return codec.available();
-    }
+/// Points the wave at a stream, of which it has the frames from `first` on.
+bool placePacked(Wave& wave, ProbeStream* probe, const FileContext& context, u64 start, u64 size, u32 first,
+                 u32 frames) {
+    const auto info = probe(std::make_shared<RangeSource>(context.source, start, size));
+    if (!info || info->channels < 1 || info->channels > 2) return false;
     wave.sourceOffset = start;
-    wave.channels = info.channels;
-    wave.bits = info.bits;
-    wave.frames = first >= info.frames ? 0 : static_cast<u32>(std::min<u64>(frames, info.frames - first));
+    wave.channels = info->channels;
+    wave.bits = info->isFloat ? 32 : info->bits;
+    wave.frames = first >= info->frames ? 0 : static_cast<u32>(std::min<u64>(frames, info->frames - first));
     remember(wave, kStreamSize, size);
     remember(wave, kFirstFrame, first);
     return true;
@@ -114,8 +111,8 @@ u32 framesBetween(u32 start, u32 end, u64 room) {
 } // namespace
 
 const WaveReader sf24Reader{"sf2_ImpWave", loadThroughBlocks, open24};
-const WaveReader sfPackReader{"sf2_ImpWavPack", loadThroughBlocks, openPacked<wavPackCodec>};
-const WaveReader sfVorbisReader{"sf2_ImpVorbis", loadThroughBlocks, openPacked<vorbisCodec>};
+const WaveReader sfPackReader{"sf2_ImpWavPack", loadThroughBlocks, openPacked<openWavPack>};
+const WaveReader sfVorbisReader{"sf2_ImpVorbis", loadThroughBlocks, openPacked<openVorbis>};
 
 Sf2Sample readSf2Sample(ByteCursor record) {
     Sf2Sample sample;
@@ -138,13 +135,13 @@ bool placeSf2Samples(Wave& wave, const SfFile& file, const Sf2Sample& sample, co
     const Chunk& smpl = *file.smpl;
     if (file.form == fourcc("sfpk")) {
         wave.reader = &sfPackReader;
-        return placePacked(wave, wavPackCodec, context, smpl.start, smpl.size, sample.start,
+        return placePacked(wave, probeWavPack, context, smpl.start, smpl.size, sample.start,
                            framesBetween(sample.start, sample.end, UINT32_MAX));
     }
     if ((sample.type & kSf3Vorbis) != 0 && file.major == 3) {
         wave.reader = &sfVorbisReader;
         const u32 bytes = framesBetween(sample.start, sample.end, smpl.size);
-        return placePacked(wave, vorbisCodec, context, smpl.start + sample.start, bytes, 0, UINT32_MAX);
+        return placePacked(wave, probeVorbis, context, smpl.start + sample.start, bytes, 0, UINT32_MAX);
     }
     wave.frames = framesBetween(sample.start, sample.end, smpl.size / 2);
     wave.sourceOffset = smpl.start + u64{sample.start} * 2;

@@ -23,7 +23,8 @@ inline constexpr u16 kSf3Vorbis = 0x10;
 Sf2Sample readSf2Sample(ByteCursor record);
 
 /// Points the wave at its samples: 16-bit ones, those with a third byte elsewhere, or packed ones. Sets the
-/// wave's frames, limited to what is there. False with the error pair set when the codec is missing.
+/// wave's frames, limited to what is there. False with the error pair set, and no frames, when a packed
+/// stream can't be read.
 bool placeSf2Samples(Wave& wave, const SfFile& file, const Sf2Sample& sample, const FileContext& context);
 
 /// Samples whose upper two bytes stand in one place and the lowest one in another.
