@@ -1,7 +1,5 @@
 #include "model/key_name.h"
 
-#include <fmt/format.h>
-
 #include <cmath>
 
 #include "model/workspace.h"
@@ -15,7 +13,8 @@ std::string KeyName(int key, const AppSettings& settings) {
     constexpr std::string_view kNotes[] = {"C", "C#", "D", "D#", "E", "F", "F#", "G", "G#", "A", "A#", "B"};
     if (key < 0 || key > 127) return "-";
     if (!settings.app.bShowNoteNames) return std::to_string(key);
-    return fmt::format("{}{}", kNotes[key % 12], settings.app.cOctMidC - 5 + key / 12);
+    std::string name(kNotes[key % 12]);
+    return name += std::to_string(settings.app.cOctMidC - 5 + key / 12);
 }
 
 std::string KeyName(int key) {

@@ -1,5 +1,10 @@
 // `kelvane info`: everything in the store, as a tree or as JSON.
+#include <fmt/compile.h>
 #include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
 
 #include "formats/framework/detection.h"
 #include "formats/framework/format_table.h"
@@ -31,48 +36,76 @@ int confidenceOf(const std::string& path) {
     return confidence;
 }
 
-void printLine(int depth, std::string_view selector, const Item& item) {
-    fmt::print("{:{}}{} \"{}\": {}\n", "", depth * 2, selector, item.name().view(), item.Describe());
+/// Standard output in large pieces: a bank has tens of thousands of lines.
+class Printer {
+public:
+    ~Printer() { flush(); }
+    /// Takes what FMT_COMPILE makes of a format.
+    template <class Format, class... Args>
+    void operator()(const Format& format, const Args&... args) {
+        fmt::format_to(std::back_inserter(text_), format, args...);
+        constexpr std::size_t kFlushAt = 65536;
+        if (text_.size() >= kFlushAt) flush();
+    }
+    void text(std::string_view more) { text_ += more; }
+
+private:
+    void flush() {
+        std::fwrite(text_.data(), 1, text_.size(), stdout);
+        text_.clear();
+    }
+    std::string text_;
+};
+
+std::string_view indent(int depth) {
+    static constexpr std::string_view kBlanks = "                ";
+    return kBlanks.substr(0, std::min<std::size_t>(static_cast<std::size_t>(depth) * 2, kBlanks.size()));
 }
 
-void printParams(const SampleParams& params, const char* indent) {
-    fmt::print("{}root key {}", indent, params.rootKey);
-    if (params.fineTune != 0) fmt::print(", fine tune {:+} cents", params.fineTune);
-    if (params.gainDb != 0) fmt::print(", gain {:+.1f} dB", params.gainDb);
-    if (params.looped()) fmt::print(", loop {}..{}", params.loopStart, params.loopEnd);
-    if (params.startOffset != 0) fmt::print(", start {:+}", params.startOffset);
-    if (params.endOffset != 0) fmt::print(", end {:+}", params.endOffset);
+void printLine(Printer& out, int depth, std::string_view selector, const Item& item) {
+    out(FMT_COMPILE("{}{} \"{}\": {}\n"), indent(depth), selector, item.name().view(), item.Describe());
+}
+
+void printParams(Printer& out, const SampleParams& params) {
+    out(FMT_COMPILE("root key {}"), params.rootKey);
+    if (params.fineTune != 0) out(FMT_COMPILE(", fine tune {:+} cents"), params.fineTune);
+    if (params.gainDb != 0) out(FMT_COMPILE(", gain {:+.1f} dB"), params.gainDb);
+    if (params.looped()) out(FMT_COMPILE(", loop {}..{}"), params.loopStart, params.loopEnd);
+    if (params.startOffset != 0) out(FMT_COMPILE(", start {:+}"), params.startOffset);
+    if (params.endOffset != 0) out(FMT_COMPILE(", end {:+}"), params.endOffset);
 }
 
 /// The tree of an item, line by line.
 class TreePrinter {
 public:
+    explicit TreePrinter(Printer& out) : out_(out) {}
     void print(const Item& item, int depth);
 
 private:
     void articulation(const Articulation& record, int depth);
     void sound(const Item& item, int depth);
 
+    Printer& out_;
     ItemSelectors selectors_;
     FieldTexts texts_{fieldText};
-    fmt::memory_buffer line_;
 };
 
 /// What a level of an instrument has of its own: fields at their defaults go without saying.
 void TreePrinter::articulation(const Articulation& record, int depth) {
     if (!record.enabled) return;
     static const Articulation defaults;
-    line_.clear();
+    out_(FMT_COMPILE("{}articulation:"), indent(depth));
+    bool first = true;
     for (std::size_t i = 0; i < articulationFields().size(); ++i) {
         const ArticulationField& field = articulationFields()[i];
         if (field.get(record) == field.get(defaults)) continue;
-        if (line_.size() > 0) line_.push_back(',');
-        line_.push_back(' ');
-        line_.append(field.name);
-        line_.push_back(' ');
-        line_.append(texts_.text(i, record));
+        out_.text(first ? " " : ", ");
+        out_.text(field.name);
+        out_.text(" ");
+        out_.text(texts_.text(i, record));
+        first = false;
     }
-    fmt::print("{:{}}articulation:{}\n", "", depth * 2, std::string_view(line_.data(), line_.size()));
+    out_.text("\n");
 }
 
 void TreePrinter::sound(const Item& item, int depth) {
@@ -84,8 +117,9 @@ void TreePrinter::sound(const Item& item, int depth) {
         case kRegionClass: {
             const auto& region = static_cast<const Region&>(item);
             if (region.params.override) {
-                printParams(region.params, fmt::format("{:{}}", "", depth * 2).c_str());
-                fmt::print("\n");
+                out_.text(indent(depth));
+                printParams(out_, region.params);
+                out_.text("\n");
             }
             return articulation(region.articulation, depth);
         }
@@ -95,7 +129,7 @@ void TreePrinter::sound(const Item& item, int depth) {
 }
 
 void TreePrinter::print(const Item& item, int depth) {
-    printLine(depth, selectors_.of(item), item);
+    printLine(out_, depth, selectors_.of(item), item);
     sound(item, depth + 1);
     for (const ItemId id : item.childIds) {
         // Waves stand in a list of their own.
@@ -104,37 +138,38 @@ void TreePrinter::print(const Item& item, int depth) {
     }
 }
 
-void printWave(const ItemSelectors& selectors, const Wave& wave) {
-    printLine(0, selectors.of(wave), wave);
+void printWave(Printer& out, const ItemSelectors& selectors, const Wave& wave) {
+    printLine(out, 0, selectors.of(wave), wave);
     std::string_view format;
     FormatCodeInfo(wave.preferredFormat, &format, nullptr);
-    fmt::print("  {}", format);
-    printParams(wave.params, ", ");
-    fmt::print("\n");
+    out(FMT_COMPILE("  {}, "), format);
+    printParams(out, wave.params);
+    out.text("\n");
     const std::pair<std::string_view, std::string_view> texts[] = {{"artist", wave.artist},
                                                                    {"album", wave.album},
                                                                    {"engineer", wave.engineer},
                                                                    {"copyright", wave.copyright},
                                                                    {"comments", wave.comments}};
     for (const auto& [label, value] : texts) {
-        if (!value.empty()) fmt::print("  {}: {}\n", label, value);
+        if (!value.empty()) out(FMT_COMPILE("  {}: {}\n"), label, value);
     }
     for (const CuePoint& cue : wave.cuePoints) {
-        fmt::print("  cue at {}", cue.position);
-        if (cue.length > 0) fmt::print(" for {}", cue.length);
-        fmt::print(" \"{}\"\n", cue.label.view());
+        out(FMT_COMPILE("  cue at {}"), cue.position);
+        if (cue.length > 0) out(FMT_COMPILE(" for {}"), cue.length);
+        out(FMT_COMPILE(" \"{}\"\n"), cue.label.view());
     }
 }
 
 void printStore(std::string_view description, int confidence) {
-    fmt::print("{} ({} %)\n", description, confidence);
+    Printer out;
+    out(FMT_COMPILE("{} ({} %)\n"), description, confidence);
     const ItemSelectors selectors;
-    for (Collection& collection : store().all<Collection>()) printLine(0, "collection", collection);
-    TreePrinter tree;
+    for (Collection& collection : store().all<Collection>()) printLine(out, 0, "collection", collection);
+    TreePrinter tree(out);
     for (Instrument& instrument : store().all<Instrument>()) tree.print(instrument, 0);
     for (Song& song : store().all<Song>()) tree.print(song, 0);
     for (SynthModel& model : store().all<SynthModel>()) tree.print(model, 0);
-    for (Wave& wave : store().all<Wave>()) printWave(selectors, wave);
+    for (Wave& wave : store().all<Wave>()) printWave(out, selectors, wave);
 }
 
 void printJson(const FormatRow* row, int rowNumber, int confidence, bool warnings) {
