@@ -108,19 +108,25 @@ bool SaveFile::patch(u64 offset, ByteSpan bytes) {
     return true;
 }
 
+/// Gives the file without a name one.
+bool SaveFile::linkAs(const std::filesystem::path& name) const {
+    const std::string self = "/proc/self/fd/" + std::to_string(file_);
+    return ::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+}
+
 bool SaveFile::commit() {
     if (file_ < 0) return false;
     bool done = !failed_;
     if (done && !direct_) {
         // Data must be on disk before it takes the place of an older file, lest a power cut lose both.
         if (replaces_) done = ::fdatasync(file_) == 0 || errno == EINVAL;
-        if (done && temporary_.empty()) {
+        // A link can't replace a file, so over an older one the name is taken by way of another.
+        if (done && temporary_.empty() && (replaces_ || !linkAs(target_))) {
             const fs::path name = temporaryName(target_);
-            const std::string self = "/proc/self/fd/" + std::to_string(file_);
-            done = ::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+            done = linkAs(name);
             if (done) temporary_ = name;
         }
-        if (done) done = ::rename(temporary_.c_str(), target_.c_str()) == 0;
+        if (done && !temporary_.empty()) done = ::rename(temporary_.c_str(), target_.c_str()) == 0;
         if (done) temporary_.clear();
     }
     if (::close(std::exchange(file_, -1)) != 0) done = false;

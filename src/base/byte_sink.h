@@ -52,6 +52,7 @@ public:
     bool commit();
 
 private:
+    bool linkAs(const std::filesystem::path& name) const;
     SaveFile(int file, std::filesystem::path target) : file_(file), target_(std::move(target)) {}
 
     int file_;

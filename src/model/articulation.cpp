@@ -128,6 +128,28 @@ std::size_t firstDepth() {
     return static_cast<std::size_t>(kFirst - articulationFields().begin());
 }
 
+/// A record that needs no clean-up under the full set, as nearly all do that are looked at again and again.
+bool withinLimits(const Articulation& record) {
+    struct Limits {
+        f32 Articulation::*member;
+        f32 least, most;
+    };
+    static const std::vector<Limits> kReal = [] {
+        std::vector<Limits> list;
+        for (const ArticulationField& field : articulationFields()) {
+            if (field.isReal())
+                list.push_back({field.real(), static_cast<f32>(field.least), static_cast<f32>(field.most)});
+        }
+        return list;
+    }();
+    for (const Limits& limits : kReal) {
+        const f32 value = record.*limits.member;
+        if (!(value >= limits.least && value <= limits.most)) return false;
+    }
+    return record.lfo1Shape < lfoShapeNames().size() && record.lfo2Shape < lfoShapeNames().size() &&
+           record.filterType >= 0 && record.filterType < static_cast<i32>(filterTypeNames().size());
+}
+
 } // namespace
 
 void makeDefaultEnvelope(Articulation& record, bool looped) {
@@ -154,6 +176,8 @@ Articulation averageArticulation(std::span<const Articulation> records) {
 }
 
 void sanitizeArticulation(Articulation& record, const ParameterSet& set) {
+    const bool full = set == ParameterSet();
+    if (full && withinLimits(record)) return;
     if (!set[Switch::LfoRamp]) {
         record.lfo1Delay += record.lfo1Ramp / 2;
         record.lfo2Delay += record.lfo2Ramp / 2;
@@ -170,7 +194,7 @@ void sanitizeArticulation(Articulation& record, const ParameterSet& set) {
     foldLfos(record, set);
     if (set[Switch::LowPass] && !set[Switch::KeyAndVelocityToFilter]) foldCutoffDepths(record);
     for (const ArticulationField& field : fields.subspan(firstDepth())) field.clamp(record);
-    if (set == ParameterSet()) return;
+    if (full) return;
     for (const ArticulationField& field : fields) {
         if (field.without && !field.carriedBy(set)) field.set(record, static_cast<f64>(*field.without));
         field.clamp(record); // again for what was folded
