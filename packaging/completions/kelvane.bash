@@ -3,7 +3,7 @@
 _kelvane() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     local commands="formats detect info convert edit preset settings"
-    local globals="--help --quiet --progress --settings --set"
+    local globals="--help --quiet --yes --no --progress --settings --set"
     local input="--as --raw-rate --raw-channels --raw-format --raw-big-endian --raw-unsigned --raw-offset"
     local command="" action="" word
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do

@@ -42,7 +42,7 @@ std::unordered_set<ItemId> playedWaves() {
 /// The user agrees, or needn't be asked.
 bool confirmed(std::string_view question) {
     constexpr std::string_view kButtons[] = {"Yes", "No"};
-    return !settings().load.bConfirm || Ask({}, question, kButtons, 0) == 0;
+    return !settings().load.bConfirm || Ask({}, question, kButtons, 1) == 0;
 }
 
 u64 kilobytes(u64 bytes) {

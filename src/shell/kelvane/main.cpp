@@ -17,7 +17,7 @@ namespace {
 using namespace kv;
 
 struct Globals {
-    bool quiet = false;
+    bool quiet = false, yes = false, no = false;
     std::string progress = "auto";
     std::string settingsFile;
     std::vector<std::string> set;
@@ -25,6 +25,8 @@ struct Globals {
 
 void addGlobals(CLI::App& app, Globals& globals) {
     app.add_flag("-q,--quiet", globals.quiet, "Print nothing but results and failures");
+    CLI::Option* yes = app.add_flag("-y,--yes", globals.yes, "Answer questions with yes");
+    app.add_flag("--no", globals.no, "Answer questions with no")->excludes(yes);
     app.add_option("--progress", globals.progress,
                    "Progress on standard error: auto, none, or json (one line an event)")
         ->check(CLI::IsMember({"auto", "none", "json"}));
@@ -206,6 +208,7 @@ int run(int argc, char** argv) {
         return kUsage;
     }
     TerminalUi ui(progressStyle(globals), globals.quiet);
+    if (globals.yes || globals.no) ui.yes = globals.yes;
     workspace().ui = &ui;
     convert.quiet = edit.quiet = globals.quiet;
     workspace().stateFolder = stateFolder();

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -92,9 +93,19 @@ int TerminalUi::showMessage(std::string_view caption, std::string_view text, u32
     return 1;
 }
 
-int TerminalUi::ask(std::string_view caption, std::string_view, std::span<const std::string_view>, int safe) {
-    const int chosen = answer ? answer(caption) : -1;
-    return chosen >= 0 ? chosen : safe;
+int TerminalUi::ask(std::string_view caption, std::string_view question,
+                    std::span<const std::string_view> buttons, int safe) {
+    int chosen = answer ? answer(caption) : -1;
+    const std::string_view wanted = yes ? (*yes ? "Yes" : "No") : "";
+    const auto button = std::find(buttons.begin(), buttons.end(), wanted);
+    if (chosen < 0 && button != buttons.end()) chosen = static_cast<int>(button - buttons.begin());
+    if (chosen < 0) chosen = safe;
+    const auto index = static_cast<std::size_t>(chosen);
+    if (!answer && index < buttons.size()) {
+        clearLine();
+        fmt::print(stderr, "{}{}{}\n{}\n", caption, caption.empty() ? "" : ": ", question, buttons[index]);
+    }
+    return chosen;
 }
 
 } // namespace kv

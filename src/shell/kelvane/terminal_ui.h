@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "base/user_interface.h"
@@ -25,8 +26,10 @@ public:
             int safe) override;
     bool cancelRequested() override;
 
-    /// What questions are answered with; without it they get the safe answer.
+    /// What questions are answered with, by their caption.
     std::function<int(std::string_view caption)> answer;
+    /// The answer to all questions of yes or no; without one they get the safe answer.
+    std::optional<bool> yes;
     /// Results that were posted ("Saved: ...", "Done: ...") are printed on standard output.
     bool printResults = false;
 
