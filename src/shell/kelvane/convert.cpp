@@ -8,6 +8,7 @@
 #include "formats/framework/format_table.h"
 #include "formats/framework/parameter_sets.h"
 #include "model/collection.h"
+#include "model/wave.h"
 #include "model/wave_cleanup.h"
 #include "model/workspace.h"
 #include "samples/data_format.h"
@@ -42,6 +43,7 @@ private:
     bool canWrite() const;
     bool chooseData();
     bool convert(const std::vector<std::string>& inputs);
+    u32 formatFor(const Item& item) const;
     bool convertItem(Item& item, const fs::path& path);
     bool convertToStream(Item& item);
     bool convertAll(const std::string& input, std::size_t items);
@@ -157,15 +159,26 @@ NameMode Conversion::nameMode(std::size_t items) const {
     return toFolder_ ? static_cast<NameMode>(settings().sall.iMode) : NameMode::BaseName;
 }
 
+/// Without a wish a bank is written in 24 bits when that keeps what 16 would lose.
+u32 Conversion::formatFor(const Item& item) const {
+    const u32 mask = workspace().formats->row(row_)->dataMask & kCodeMask;
+    const bool chosen = options_.data != "auto" || classOf(item.id()) == kWaveClass;
+    if (chosen || (mask & kPcm24) == 0 || (mask & kPcm16) == 0) return wanted_;
+    for (const Wave& wave : store().all<Wave>()) {
+        if (wave.bits > 16) return (wanted_ & ~kCodeMask) | kPcm24;
+    }
+    return wanted_;
+}
+
 bool Conversion::convertToStream(Item& item) {
     StreamSink sink(STDOUT_FILENO);
-    return ExportTo(sink, row_, "-", &item, wanted_, options_.bitRate, false);
+    return ExportTo(sink, row_, "-", &item, formatFor(item), options_.bitRate, false);
 }
 
 bool Conversion::convertItem(Item& item, const fs::path& path) {
     if (!mayReplace(path)) return false;
     const Snapshot before = comparesWithOutput() ? takeSnapshot() : Snapshot();
-    if (!SaveItemAs(path, &item, row_, wanted_, options_.bitRate, false)) return false;
+    if (!SaveItemAs(path, &item, row_, formatFor(item), options_.bitRate, false)) return false;
     ++result_.saved;
     // A row that can't be read has nothing to compare with.
     return !comparesWithOutput() || !options_.item.empty() || !workspace().formats->row(row_)->importFn ||

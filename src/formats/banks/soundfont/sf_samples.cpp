@@ -96,7 +96,7 @@ bool placePacked(Wave& wave, ProbeStream* probe, const FileContext& context, u64
     if (!info || info->channels < 1 || info->channels > 2) return false;
     wave.sourceOffset = start;
     wave.channels = info->channels;
-    wave.bits = info->isFloat ? 32 : info->bits;
+    wave.bits = info->bits != 0 ? info->bits : 16; // a lossy codec's noise is above that
     wave.frames = first >= info->frames ? 0 : static_cast<u32>(std::min<u64>(frames, info->frames - first));
     remember(wave, kStreamSize, size);
     remember(wave, kFirstFrame, first);
