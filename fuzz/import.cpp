@@ -8,7 +8,13 @@
 #include "formats/framework/drivers.h"
 #include "formats/table/format_table_rows.h"
 #include "model/collection.h"
+#include "model/fix_up.h"
+#include "model/instrument.h"
+#include "model/loops.h"
+#include "model/move_articulation.h"
+#include "model/stereo.h"
 #include "model/wave.h"
+#include "model/wave_cleanup.h"
 #include "model/wave_data.h"
 #include "model/workspace.h"
 #include "require.h"
@@ -73,6 +79,32 @@ void bankTrip(const char* row) {
     require(store().count(kRegionClass) == zones, "with its zones");
 }
 
+/// Changes all that was imported in every way that there is; it must stay in one piece.
+void operations() {
+    u64 samples = 0, freed = 0;
+    for (const Wave& wave : store().all<Wave>()) samples += wave.sampleCount();
+    constexpr u64 kMost = 1 << 20;
+    if (samples > kMost || store().count(kRegionClass) > 500) return;
+    u32 made = 0;
+    const Collection& collection = *store().First<Collection>();
+    AutoCreateInstruments();
+    SplitStereo(collection);
+    MergeStereo(collection, made, true, true, false);
+    UnrollLoops(true, true);
+    AppendLoopTail(true);
+    moveArticulationUp(true, true);
+    DeleteDuplicateWaves(freed);
+    DeleteUnusedWaves(freed);
+    FixUpAll(kAllClasses);
+    for (const Region& region : store().all<Region>())
+        require(RegionWave(region) || RegionSynth(region), "a region plays something");
+    for (const Wave& wave : store().all<Wave>()) {
+        if (wave.resident())
+            require(std::max(wave.samples16.size(), wave.samplesFloat.size()) == wave.sampleCount(),
+                    "all samples");
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -84,6 +116,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (!Import(file.path(), true)) return 0;
         bankTrip(row);
     }
+    if (Import(file.path(), true)) operations();
     for (const char* row : {"Microsoft wave", "Wave-64"}) {
         if (!Import(file.path(), true)) return 0;
         Wave* wave = store().First<Wave>();
