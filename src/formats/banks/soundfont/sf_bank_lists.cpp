@@ -266,12 +266,36 @@ bool instrumentOnly(std::size_t number) {
     }
 }
 
-/// What can be taken off a generator in all of some zones and still leaves it within its range: all of it
-/// where the zones agree. Zones that differ from others by an offset alone are equal without it.
-int commonOffset(int least, int most, int initial) {
-    const bool startsAtItsLeast = initial <= -12000 || initial == 0;
-    const int middle = (least + most) >> 1;
-    return (startsAtItsLeast && least >= initial ? least : middle) - initial;
+/// Generators with a range that reaches as far to one side of their initial amount as to the other.
+bool symmetric(std::size_t number) {
+    switch (number) {
+        case kModLfoToPitch:
+        case kVibLfoToPitch:
+        case kModEnvToPitch:
+        case kModLfoToFilterFc:
+        case kModEnvToFilterFc:
+        case kModLfoToVolume:
+        case kPan:
+        case kKeynumToModEnvHold:
+        case kKeynumToModEnvDecay:
+        case kKeynumToVolEnvHold:
+        case kKeynumToVolEnvDecay:
+        case kCoarseTune:
+        case kFineTune:
+            return true;
+        default:
+            return false;
+    }
+}
+
+/// What can be taken off a generator in all of some zones: all of it where the zones agree. Zones that differ
+/// from others by an offset alone are equal without it. What remains must lie within the generator's range,
+/// as players limit it before they add the preset's part.
+int commonOffset(std::size_t number, int least, int most, int initial) {
+    if (symmetric(number)) return ((least + most) >> 1) - initial;
+    if (least >= initial) return least - initial;
+    if (most <= initial) return most - initial;
+    return 0;
 }
 
 std::string contentOf(const std::vector<u16>& words) {
@@ -297,7 +321,8 @@ u16 SfBankLists::sharedInstrument(const LayerZones& layer, const std::string& na
         const auto [least, most] =
             std::minmax_element(rest.regions.begin(), rest.regions.end(),
                                 [&](const auto& a, const auto& b) { return amount(a) < amount(b); });
-        const int offset = commonOffset(amount(*least), amount(*most), version_.defaults.generators[number]);
+        const int offset =
+            commonOffset(number, amount(*least), amount(*most), version_.defaults.generators[number]);
         if (offset == 0 || offset != saturate<i16>(offset)) continue;
         addGenerator(presetZones_, static_cast<u16>(number), static_cast<u16>(offset));
         for (RegionZone& region : rest.regions) {

@@ -274,6 +274,9 @@ TEST_F(Sf2Write, ManyValuesShareInstruments) {
              {&Articulation::eg1Attack, &Articulation::eg1Decay, &Articulation::eg1Hold,
               &Articulation::eg1Delay, &Articulation::eg2Attack})
             a.*field = static_cast<f32>(random() % 1000) / 100;
+        a.filterEnable = true;
+        a.filterType = 1;
+        a.filterCutoff = 300 + static_cast<f32>(random() % 400);
     }
     const auto fill = [&](bool alike) {
         for (u32 i = 0; i < 130; ++i) {
@@ -295,6 +298,11 @@ TEST_F(Sf2Write, ManyValuesShareInstruments) {
     const Bytes bytes = write(*store().First<Collection>());
     const SfFile file = parse(bytes);
     EXPECT_LT(file.instruments.generators.count(), 2000U);
+    for (std::size_t i = 0; i < file.instruments.generators.count(); ++i) {
+        ByteCursor record = file.instruments.generators[i];
+        const bool cutoff = record.u16le() == kInitialFilterFc;
+        ASSERT_LE(record.u16le(), cutoff ? 13500 : 65535) << "players limit it before they add the preset's";
+    }
     test::writeFile(folder / "shared.sf2", bytes);
     ASSERT_TRUE(Import(folder / "shared.sf2", true));
     EXPECT_EQ(store().count(kRegionClass), 13000U);
