@@ -18,12 +18,19 @@ public:
     ~Song() override;
 
     u16 smfFormat = 1;
-    i16 division = 24; ///< ticks per quarter note
+    /// Ticks per quarter note; negative: frames per second as a negative number in the high byte, ticks
+    /// per frame in the low byte.
+    i16 division = 24;
     u32 eventCount = 0;
     Text<128> artist, engineer, copyright, product, comments;
 
     void FixUp() override;
+    /// Counts the events and bytes of the tracks, and of the song.
+    void Recount();
     std::string Describe() const override;
+
+private:
+    void sumTracks();
 };
 
 class Track final : public Item {
@@ -33,11 +40,13 @@ public:
     Track(Store& store, ItemId request, std::string_view name = {});
     Track(Store& store, const Track& source, ItemId request);
 
-    Bytes events; ///< Standard MIDI File track data
+    Bytes events; ///< Standard MIDI File track data, walked by a `MidiEventCursor`
     u32 eventCount = 0;
-    u8 channelGroup = 0;
+    u8 channelGroup = 0; ///< MIDI port
 
     void FixUp() override;
+    /// Counts the events and bytes.
+    void Recount();
     std::string Describe() const override;
 };
 
