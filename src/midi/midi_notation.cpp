@@ -135,7 +135,7 @@ bool parseMidiEvent(std::string_view text, MidiEvent& event) {
 
 bool parseIndexedMidiEvent(std::string_view text, u32& index, MidiEvent& event) {
     Words words(text);
-    return words.number<u32>("index of an event", index, 0, 0xFFFFFFFE) && parseWords(words, event);
+    return words.number<u32>("index of an event", index, 1, 0xFFFFFFFF) && parseWords(words, event);
 }
 
 std::string midiNotation(const MidiEventCursor& e) {

@@ -19,7 +19,7 @@ namespace kv {
 /// error pair set for anything else.
 bool parseMidiEvent(std::string_view text, MidiEvent& event);
 
-/// The same for "INDEX TICKS ...".
+/// The same for "INDEX TICKS ...", with the index from 1.
 bool parseIndexedMidiEvent(std::string_view text, u32& index, MidiEvent& event);
 
 /// An event in this notation; empty for one that it has no word for.

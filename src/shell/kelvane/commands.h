@@ -84,6 +84,17 @@ struct PresetOptions {
 };
 int runPreset(const PresetOptions& options, TerminalUi& ui);
 
+struct MidiOptions {
+    std::string action; ///< events, edit
+    std::string path, output, to;
+    u32 track = 0; ///< counted from 1; 0: all
+    std::vector<std::string> inserts, modifications;
+    std::vector<u32> deletions; ///< events, counted from 1
+    bool json = false, notation = false, force = false, quiet = false;
+    InputOptions input;
+};
+int runMidi(const MidiOptions& options, TerminalUi& ui);
+
 struct SettingsOptions {
     std::string action; ///< list, get, set, reset, pset
     std::string name, value;

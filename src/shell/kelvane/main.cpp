@@ -181,6 +181,55 @@ int run(int argc, char** argv) {
         addInput(*command, preset.input);
     }
 
+    MidiOptions midi;
+    CLI::App* midiCommand = app.add_subcommand("midi", "Events of MIDI songs");
+    midiCommand->require_subcommand(1);
+    CLI::App* events = midiCommand->add_subcommand("events", "List the events of all tracks");
+    events->add_option("FILE", midi.path, "File with a song")->required();
+    events->add_option("--track", midi.track, "Only this track, as info counts them")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+    CLI::Option* eventsJson = events->add_flag("--json", midi.json, "As JSON");
+    events->add_flag("--notation", midi.notation, "As `midi edit` takes them")->excludes(eventsJson);
+    addInput(*events, midi.input);
+    CLI::App* editEvents = midiCommand->add_subcommand("edit", "Change, insert and delete events of a track");
+    editEvents->add_option("FILE", midi.path, "File with a song")->required();
+    editEvents->add_option("-o,--output", midi.output, "File to write")->required()->type_name("FILE");
+    editEvents->add_option("--track", midi.track, "The track, as info counts them")
+        ->required()
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+    editEvents->add_option("--insert", midi.inserts, "New event in its place in time; may be repeated")
+        ->type_name("EVENT")
+        ->allow_extra_args(false);
+    editEvents
+        ->add_option("--modify", midi.modifications,
+                     "Replace the event of this number; it moves when its time does")
+        ->type_name("\"INDEX EVENT\"")
+        ->allow_extra_args(false);
+    editEvents->add_option("--delete", midi.deletions, "Delete the event of this number")
+        ->type_name("INDEX")
+        ->check(CLI::PositiveNumber)
+        ->allow_extra_args(false);
+    editEvents->add_option("--to", midi.to, "Format of the output, else by its extension")
+        ->type_name("FORMAT");
+    editEvents->add_flag("--force", midi.force, "Replace a file that exists");
+    editEvents->footer(
+        "INDEX counts the events of the track from 1, as `midi events` shows them before any change.\n"
+        "EVENT is a time in ticks and one of (ch=1 may be left out):\n"
+        "  note-on ch=1 KEY VELOCITY      note-off ch=1 KEY VELOCITY    poly-press ch=1 KEY PRESSURE\n"
+        "  control ch=1 CONTROLLER VALUE  program ch=1 PROGRAM          pressure ch=1 PRESSURE\n"
+        "  bend ch=1 -8192..8191          sysex HEX (without its F0)    sysex-cont HEX\n"
+        "  meta TYPE VALUE\n"
+        "TYPE is a number or sequence-no, text, copyright, track-name, instrument, lyric, marker, "
+        "cue-point,\n"
+        "channel-prefix, channel-group, tempo, smpte-offset, time-signature, key-signature, seq-specific.\n"
+        "VALUE is a text for 1 to 7; a number for sequence-no, channel-prefix, channel-group and tempo\n"
+        "(microseconds per quarter note); hexadecimal for all others.\n"
+        "Examples: \"480 note-on ch=1 60 100\", \"0 meta tempo 500000\", \"0 meta text 'abc'\",\n"
+        "\"0 sysex 7E7F0901F7\", and for --modify \"12 480 note-on ch=1 60 64\".");
+    addInput(*editEvents, midi.input);
+
     SettingsOptions setting;
     CLI::App* settingsCommand = app.add_subcommand("settings", "Show or change settings");
     settingsCommand->require_subcommand(1);
@@ -210,11 +259,14 @@ int run(int argc, char** argv) {
     TerminalUi ui(progressStyle(globals), globals.quiet);
     if (globals.yes || globals.no) ui.yes = globals.yes;
     workspace().ui = &ui;
-    convert.quiet = edit.quiet = globals.quiet;
+    convert.quiet = edit.quiet = midi.quiet = globals.quiet;
     workspace().stateFolder = stateFolder();
     setting.file = globals.settingsFile;
     for (CLI::App* action : {list, get, set, reset, pset}) {
         if (action->parsed()) setting.action = action->get_name();
+    }
+    for (CLI::App* action : {events, editEvents}) {
+        if (action->parsed()) midi.action = action->get_name();
     }
     for (CLI::App* action : {show, extract, apply}) {
         if (action->parsed()) preset.action = action->get_name();
@@ -225,6 +277,7 @@ int run(int argc, char** argv) {
     if (convertCommand->parsed()) return runConvert(convert, ui);
     if (editCommand->parsed()) return runEdit(edit, ui);
     if (presetCommand->parsed()) return runPreset(preset, ui);
+    if (midiCommand->parsed()) return runMidi(midi, ui);
     return runSettings(setting);
 }
 
