@@ -51,63 +51,68 @@ bool TrackEdit::check(const Track& track) const {
     for (const auto& [index, event] : changes_) {
         if (event && !checkEvent(*event)) return false;
     }
-    for (const Inserted& one : inserted_) {
-        if (!checkEvent(one.event)) return false;
+    for (const auto& [before, event] : ahead_) {
+        if (!checkEvent(event)) return false;
     }
+    if (!std::all_of(inserted_.begin(), inserted_.end(), checkEvent)) return false;
     const u32 count = countMidiEvents(track.events);
-    const auto missing = [count](u32 index) { return index >= count; };
-    const bool outside = (!changes_.empty() && missing(changes_.rbegin()->first)) ||
-                         std::any_of(inserted_.begin(), inserted_.end(), [&](const Inserted& one) {
-                             return one.before != kInTimeOrder && missing(one.before);
-                         });
-    return !outside || Fail(kContext, "Please select an event in the event list first");
+    return (changes_.empty() || changes_.rbegin()->first < count) &&
+                   (ahead_.empty() || ahead_.rbegin()->first < count)
+               ? true
+               : Fail(kContext, "Please select an event in the event list first");
 }
 
-/// Everything that goes in at its place in time, in order: inserted events, and changed ones whose time
-/// moved.
-bool TrackEdit::resolve(const Track& track, std::vector<Inserted>& pending) const {
-    u32 index = 0;
+/// What goes to its place in time, in that order: changed events whose time is another now, and new ones.
+bool TrackEdit::findMoving(const Track& track, std::vector<const MidiEvent*>& moving) const {
     auto change = changes_.begin();
+    auto ahead = ahead_.begin();
     MidiEventCursor cursor(track.events);
-    for (; change != changes_.end() && cursor.next(); ++index) {
-        if (change->first != index) continue;
+    for (u32 index = 0; cursor.next(); ++index) {
+        for (; ahead != ahead_.end() && ahead->first == index; ++ahead) {
+            if (ahead->second.time != cursor.time) moving.push_back(&ahead->second);
+        }
+        if (change == changes_.end() || change->first != index) continue;
         if (cursor.isMeta(kMetaEndOfTrack)) return Fail(kContext, "The End of Track stays as it is");
-        const auto& event = change->second;
-        if (event && event->time != cursor.time) pending.push_back({*event, kInTimeOrder});
-        ++change;
+        const auto& event = (change++)->second;
+        if (event && event->time != cursor.time) moving.push_back(&*event);
     }
-    pending.insert(pending.end(), inserted_.begin(), inserted_.end());
-    std::stable_sort(pending.begin(), pending.end(),
-                     [](const Inserted& a, const Inserted& b) { return a.event.time < b.event.time; });
+    for (const MidiEvent& event : inserted_) moving.push_back(&event);
+    std::stable_sort(moving.begin(), moving.end(),
+                     [](const MidiEvent* a, const MidiEvent* b) { return a->time < b->time; });
     return true;
 }
 
 bool TrackEdit::apply(Track& track) const {
-    std::vector<Inserted> pending;
-    if (!check(track) || !resolve(track, pending)) return false;
+    std::vector<const MidiEvent*> moving;
+    if (!check(track) || !findMoving(track, moving)) return false;
 
     const Bytes old = std::move(track.events);
     constexpr std::size_t kRoom = 16;
     MidiTrackWriter out(&track, old.size() + kRoom);
-    MidiEventCursor cursor(old);
-    auto next = pending.begin();
+    auto next = moving.begin();
+    const auto writeUpTo = [&](u64 time) {
+        while (next != moving.end() && (*next)->time < time) write(out, **next++);
+    };
+    constexpr u64 kEver = ~u64{0};
     auto change = changes_.begin();
+    auto ahead = ahead_.begin();
+    MidiEventCursor cursor(old);
     for (u32 index = 0; cursor.next(); ++index) {
         const bool last = cursor.isMeta(kMetaEndOfTrack);
-        const auto goesFirst = [&](const Inserted& one) {
-            return last || one.event.time < cursor.time ||
-                   (one.before == index && one.event.time == cursor.time);
-        };
-        while (next != pending.end() && goesFirst(*next)) write(out, (next++)->event);
-        const bool changed = change != changes_.end() && change->first == index;
-        const std::optional<MidiEvent>* to = changed ? &(change++)->second : nullptr;
+        writeUpTo(last ? cursor.time + 1 : cursor.time);
+        for (; ahead != ahead_.end() && ahead->first == index; ++ahead) {
+            if (ahead->second.time == cursor.time) write(out, ahead->second);
+        }
+        if (last) writeUpTo(kEver);
         out.time = cursor.time;
-        if (!to)
+        if (change == changes_.end() || change->first != index) {
             out.copy(cursor);
-        else if (*to && (*to)->time == cursor.time)
-            write(out, **to);
+            continue;
+        }
+        const auto& event = (change++)->second;
+        if (event && event->time == cursor.time) write(out, *event);
     }
-    while (next != pending.end()) write(out, (next++)->event);
+    writeUpTo(kEver);
     out.finish();
     return true;
 }

@@ -34,22 +34,22 @@ public:
     /// Puts an event ahead of the one at `before` if that has the same time, else behind all others of its
     /// time. An End of Track stays the last.
     void insert(MidiEvent event, u32 before = kInTimeOrder) {
-        inserted_.push_back({std::move(event), before});
+        if (before == kInTimeOrder)
+            inserted_.push_back(std::move(event));
+        else
+            ahead_.emplace(before, std::move(event));
     }
     /// Rewrites the track. False with the error pair set, and the track as it was, for an index that there
     /// is not, a change of the End of Track, and events that can't be written.
     bool apply(Track& track) const;
 
 private:
-    struct Inserted {
-        MidiEvent event;
-        u32 before;
-    };
     bool check(const Track& track) const;
-    bool resolve(const Track& track, std::vector<Inserted>& pending) const;
+    bool findMoving(const Track& track, std::vector<const MidiEvent*>& moving) const;
 
     std::map<u32, std::optional<MidiEvent>> changes_;
-    std::vector<Inserted> inserted_;
+    std::multimap<u32, MidiEvent> ahead_; ///< by the event to go ahead of
+    std::vector<MidiEvent> inserted_;
 };
 
 /// Takes an edited track's events back unless the edits are kept.
