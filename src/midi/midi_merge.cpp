@@ -1,6 +1,9 @@
 // Merging the tracks of a song by time.
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <bit>
+
 #include "base/run_context.h"
 #include "midi/midi_song.h"
 #include "midi/midi_track_writer.h"
@@ -13,45 +16,33 @@ constexpr std::string_view kContext = "kvGetFormat0Track()";
 constexpr u8 kNoChannel = 0xFF;
 constexpr u64 kTimeLimit = kMidiLengthLimit; ///< events from here on are lost
 
-/// Tracks by their next event. A key is the time with the track's index below it, so that of one time the
-/// first track comes first.
+/// Tracks by the time of their next event: a tree of which each node is the smaller of the two below it. A
+/// key is the time with the track's index below it, so that of one time the first track comes first.
 class TrackQueue {
 public:
-    static u64 keyOf(u64 time, std::size_t track) { return time << 32 | track; }
-    static std::size_t trackOf(u64 key) { return static_cast<std::size_t>(key & 0xFFFFFFFF); }
+    explicit TrackQueue(std::size_t tracks)
+        : leaves_(std::bit_ceil(std::max<std::size_t>(tracks, 1))), keys_(2 * leaves_, kEmpty) {}
 
-    void add(u64 key) {
-        keys_.push_back(key);
-        std::push_heap(keys_.begin(), keys_.end(), std::greater<>());
-    }
-    bool empty() const { return keys_.empty(); }
-    u64 top() const { return keys_.front(); }
-    /// The smallest key but one; above all keys if there is none.
-    u64 second() const {
-        u64 key = ~u64{0};
-        for (std::size_t i = 1; i < std::min<std::size_t>(keys_.size(), 3); ++i)
-            key = std::min(key, keys_[i]);
-        return key;
-    }
-    void replaceTop(u64 key) {
-        const std::size_t count = keys_.size();
-        std::size_t at = 0;
-        for (std::size_t child = 1; child < count; child = 2 * at + 1) {
-            if (child + 1 < count) child += keys_[child + 1] < keys_[child] ? 1 : 0;
-            if (keys_[child] >= key) break;
-            keys_[at] = keys_[child];
-            at = child;
-        }
-        keys_[at] = key;
-    }
-    void removeTop() {
-        const u64 last = keys_.back();
-        keys_.pop_back();
-        if (!keys_.empty()) replaceTop(last);
-    }
+    void set(std::size_t track, u64 time) { put(track, time << 32 | track); }
+    void remove(std::size_t track) { put(track, kEmpty); }
+    bool empty() const { return keys_[1] == kEmpty; }
+    std::size_t first() const { return static_cast<std::size_t>(keys_[1] & 0xFFFFFFFF); }
 
 private:
-    std::vector<u64> keys_;
+    static constexpr u64 kEmpty = ~u64{0};
+
+    void put(std::size_t track, u64 key) {
+        std::size_t at = leaves_ + track;
+        keys_[at] = key;
+        while (at > 1) {
+            key = std::min(key, keys_[at ^ 1]);
+            at /= 2;
+            keys_[at] = key;
+        }
+    }
+
+    std::size_t leaves_;
+    std::vector<u64> keys_; ///< the root at 1, the nodes below n at 2n and 2n + 1
 };
 
 u8 firstChannel(ByteSpan events) {
@@ -64,18 +55,18 @@ u8 firstChannel(ByteSpan events) {
 
 class Merger {
 public:
-    Merger(const std::vector<Track*>& tracks, Track& target, std::size_t size) : out_(&target, size) {
+    Merger(const std::vector<Track*>& tracks, Track& target, std::size_t size)
+        : out_(&target, size), queue_(tracks.size()) {
         cursors_.reserve(tracks.size());
         for (const Track* track : tracks) {
             cursors_.emplace_back(track->events);
             cursors_.back().trackChannel = firstChannel(track->events);
-            if (advance(cursors_.back()))
-                queue_.add(TrackQueue::keyOf(cursors_.back().time, cursors_.size() - 1));
+            advance(cursors_.size() - 1);
         }
     }
 
     void run() {
-        while (!queue_.empty()) drainTop();
+        while (!queue_.empty()) takeFirst();
         out_.time = lastTime_;
         out_.endOfTrack();
         out_.finish();
@@ -84,31 +75,26 @@ public:
     std::size_t cutTracks() const { return cutTracks_; }
 
 private:
-    bool advance(MidiEventCursor& cursor) {
-        if (!cursor.next()) return false;
-        if (cursor.time < kTimeLimit) return true;
-        ++cutTracks_;
-        return false;
-    }
-    /// Takes events of the first track in the queue for as long as it stays the first.
-    void drainTop() {
-        const std::size_t index = TrackQueue::trackOf(queue_.top());
-        const u64 rival = queue_.second();
+    void advance(std::size_t index) {
         MidiEventCursor& cursor = cursors_[index];
-        for (;;) {
-            lastTime_ = out_.time = cursor.time;
-            if (cursor.isChannelMessage()) {
-                out_.channelMessage(cursor.status, cursor.channel, cursor.data1, cursor.data2);
-                cursor.trackChannel = cursor.channel;
-            } else if (cursor.isMeta(kMetaEndOfTrack)) {
-                return queue_.removeTop();
-            } else {
-                takeSystem(cursor, index == 0 || cursor.trackChannel == kNoChannel);
-            }
-            if (!advance(cursor)) return queue_.removeTop();
-            const u64 key = TrackQueue::keyOf(cursor.time, index);
-            if (key > rival) return queue_.replaceTop(key);
+        if (!cursor.next()) return queue_.remove(index);
+        if (cursor.time < kTimeLimit) return queue_.set(index, cursor.time);
+        queue_.remove(index);
+        ++cutTracks_;
+    }
+    void takeFirst() {
+        const std::size_t index = queue_.first();
+        MidiEventCursor& cursor = cursors_[index];
+        lastTime_ = out_.time = cursor.time;
+        if (cursor.isChannelMessage()) {
+            out_.channelMessage(cursor.status, cursor.channel, cursor.data1, cursor.data2);
+            cursor.trackChannel = cursor.channel;
+        } else if (cursor.isMeta(kMetaEndOfTrack)) {
+            return queue_.remove(index);
+        } else {
+            takeSystem(cursor, index == 0 || cursor.trackChannel == kNoChannel);
         }
+        advance(index);
     }
     /// `global`: what the event says holds for all channels.
     void takeSystem(const MidiEventCursor& cursor, bool global) {

@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <cmath>
-
 #include "base/run_context.h"
 #include "midi/midi_track.h"
 #include "midi/midi_track_writer.h"
@@ -61,7 +59,7 @@ bool changeFileFormat(Song& song, u16 format) {
     if (format > 1) return true;
     if (!(format == 0 ? toFormat0(song) : toFormat1(song))) return false;
     song.smfFormat = format;
-    song.Recount();
+    song.SumTracks();
     return true;
 }
 
@@ -146,9 +144,9 @@ void stretch(Track& track, f64 factor) {
     f64 pending = 0; // stretched ticks that are not written yet
     while (event.next()) {
         pending += event.delta * factor;
-        const f64 delta = std::min<f64>(std::floor(std::max(pending + 0.5, 0.0)), kMidiLengthLimit);
+        const u32 delta = std::min(saturate<u32>(pending + 0.5), kMidiLengthLimit);
         pending -= delta;
-        out.time += static_cast<u64>(delta);
+        out.time += delta;
         out.copy(event);
     }
     out.finish();
@@ -163,7 +161,7 @@ bool changeTickRate(Song& song, u32 division) {
     const f64 factor = f64{1} * division / song.division;
     for (Track* track : tracksOf(song)) stretch(*track, factor);
     song.division = static_cast<i16>(division);
-    song.Recount();
+    song.SumTracks();
     return true;
 }
 

@@ -27,7 +27,7 @@ void MidiTrackWriter::grow(std::size_t bytes) {
 
 void MidiTrackWriter::writePayload(ByteSpan payload) {
     payload = payload.first(std::min<std::size_t>(payload.size(), kMidiLengthLimit));
-    putQuantity(static_cast<u32>(payload.size()));
+    at_ = putQuantity(at_, static_cast<u32>(payload.size()));
     if (track) {
         reserve(static_cast<std::ptrdiff_t>(payload.size()));
         at_ = std::copy(payload.begin(), payload.end(), at_);
@@ -35,31 +35,23 @@ void MidiTrackWriter::writePayload(ByteSpan payload) {
         flushed_ += payload.size();
     }
     runningStatus = kNoStatus;
-    ++eventCount_;
 }
 
 void MidiTrackWriter::meta(u8 type, ByteSpan payload) {
-    reserve(kSmallEvent);
-    writeDelta();
-    put(kMeta);
+    begin(kMeta);
     put(type);
     writePayload(payload);
 }
 
 void MidiTrackWriter::sysEx(u8 status, ByteSpan payload) {
-    reserve(kSmallEvent);
-    writeDelta();
-    put(status);
+    begin(status);
     writePayload(payload);
 }
 
 void MidiTrackWriter::copySystem(const MidiEventCursor& event) {
     if (event.status == kMeta) return meta(event.channel, event.body());
     if (hasPayload(event.status)) return sysEx(event.status, event.body());
-    reserve(kSmallEvent);
-    writeDelta();
-    put(runningStatus = event.status);
-    ++eventCount_;
+    begin(runningStatus = event.status);
 }
 
 void MidiTrackWriter::finish() {

@@ -29,11 +29,12 @@ public:
     /// `status` is the upper nibble.
     void channelMessage(u8 status, u8 channel, u8 data1, u8 data2) {
         reserve(kSmallEvent);
-        writeDelta();
         const u8 byte = static_cast<u8>(status | channel | channelOr);
-        if (byte != runningStatus) put(runningStatus = byte);
-        put(data1);
-        if (hasTwoDataBytes(status)) put(data2);
+        std::byte* at = putQuantity(at_, takeDelta());
+        if (byte != runningStatus) *at++ = static_cast<std::byte>(runningStatus = byte);
+        *at++ = static_cast<std::byte>(data1);
+        if (hasTwoDataBytes(status)) *at++ = static_cast<std::byte>(data2);
+        at_ = at;
         ++eventCount_;
     }
     void meta(u8 type, ByteSpan payload);
@@ -57,22 +58,31 @@ public:
 private:
     static constexpr std::ptrdiff_t kSmallEvent = 4 + 1 + 1 + 4; // delta, status, type, length: also 3 bytes
 
-    void put(u8 byte) { *at_++ = static_cast<std::byte>(byte); }
-    void putQuantity(u32 value) {
+    // These work on a pointer of their own: a store to bytes could be one to the members.
+    static std::byte* putQuantity(std::byte* at, u32 value) {
         if (value >= 0x80) {
             if (value >= 0x4000) {
-                if (value >= 0x200000) put(static_cast<u8>(value >> 21 | 0x80));
-                put(static_cast<u8>(value >> 14 | 0x80));
+                if (value >= 0x200000) *at++ = static_cast<std::byte>(value >> 21 | 0x80);
+                *at++ = static_cast<std::byte>(value >> 14 | 0x80);
             }
-            put(static_cast<u8>(value >> 7 | 0x80));
+            *at++ = static_cast<std::byte>(value >> 7 | 0x80);
         }
-        put(static_cast<u8>(value & 0x7F));
+        *at++ = static_cast<std::byte>(value & 0x7F);
+        return at;
     }
-    void writeDelta() {
+    u32 takeDelta() {
         const u64 delta = time > lastTime ? std::min<u64>(time - lastTime, kMidiLengthLimit) : 0;
         lastTime += delta; // what a delta time can't hold, the next one makes up for
-        putQuantity(static_cast<u32>(delta));
+        return static_cast<u32>(delta);
     }
+    /// Room for the event, its delta time and its status.
+    void begin(u8 status) {
+        reserve(kSmallEvent);
+        at_ = putQuantity(at_, takeDelta());
+        put(status);
+        ++eventCount_;
+    }
+    void put(u8 byte) { *at_++ = static_cast<std::byte>(byte); }
     void reserve(std::ptrdiff_t bytes) {
         if (limit_ - at_ < bytes) grow(static_cast<std::size_t>(bytes));
     }

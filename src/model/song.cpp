@@ -38,17 +38,17 @@ Song::~Song() {
 void Song::FixUp() {
     Item::FixUp();
     if (division <= 0) division = 24; // takes in the negative SMPTE form
-    sumTracks();
+    SumTracks();
 }
 
 void Song::Recount() {
     for (const ItemId id : childIds) {
         if (Track* track = store().Find<Track>(id)) track->Recount();
     }
-    sumTracks();
+    SumTracks();
 }
 
-void Song::sumTracks() {
+void Song::SumTracks() {
     dataSize = 0;
     eventCount = 0;
     for (const ItemId id : childIds) {

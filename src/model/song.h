@@ -27,10 +27,9 @@ public:
     void FixUp() override;
     /// Counts the events and bytes of the tracks, and of the song.
     void Recount();
+    /// The same from counts of the tracks that are right already.
+    void SumTracks();
     std::string Describe() const override;
-
-private:
-    void sumTracks();
 };
 
 class Track final : public Item {
