@@ -2,7 +2,7 @@
 
 _kelvane() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands="formats detect info convert edit preset settings"
+    local commands="formats detect info convert edit preset midi settings"
     local globals="--help --quiet --yes --no --progress --settings --set"
     local input="--as --raw-rate --raw-channels --raw-format --raw-big-endian --raw-unsigned --raw-offset"
     local command="" action="" word
@@ -13,6 +13,8 @@ _kelvane() {
             [[ " list get set reset pset " == *" $word "* ]] && action=$word
         elif [[ $command == preset && -z $action ]]; then
             [[ " show extract apply " == *" $word "* ]] && action=$word
+        elif [[ $command == midi && -z $action ]]; then
+            [[ " events edit " == *" $word "* ]] && action=$word
         fi
     done
 
@@ -37,6 +39,11 @@ _kelvane() {
             [[ $action == show ]] && words="--json $globals"
             [[ $action == extract ]] && words="--item --force $input $globals"
             [[ $action == apply ]] && words="--item --to --force $input $globals"
+            ;;
+        midi)
+            words="events edit $globals"
+            [[ $action == events ]] && words="--track --json --notation $input $globals"
+            [[ $action == edit ]] && words="--output --track --insert --modify --delete --to --force $input $globals"
             ;;
         settings)
             words="list get set reset pset $globals"
