@@ -138,6 +138,7 @@ int runMidi(const MidiOptions& options, TerminalUi& ui) {
         Fail(kContext, "\"{}\" exists already; --force replaces it", options.output);
         return reportFailure();
     }
+    ui.printResults = !options.quiet;
     const bool done = editEvents(options, edit, row, ui);
     if (!options.quiet) printDiagnostics(10);
     return done ? kDone : reportFailure();
