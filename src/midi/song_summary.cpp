@@ -5,40 +5,11 @@
 #include <memory>
 
 #include "midi/midi_song.h"
+#include "midi/tempo_map.h"
 #include "model/midi_event_cursor.h"
 
 namespace kv {
 namespace {
-
-struct TempoChange {
-    u64 time;  ///< ticks
-    u32 tempo; ///< microseconds per quarter note
-};
-
-/// Frames per second of an SMPTE division; 29 stands for the drop frame rate.
-f64 frameRate(i16 division) {
-    const int frames = -(division >> 8);
-    return frames == 29 ? 30000.0 / 1001 : frames;
-}
-
-f64 secondsOf(u64 ticks, i16 division, std::vector<TempoChange>& changes) {
-    const auto length = static_cast<f64>(ticks);
-    if (division < 0) {
-        const int ticksPerFrame = std::max(division & 0xFF, 1);
-        return length / (frameRate(division) * ticksPerFrame);
-    }
-    constexpr u32 kDefaultTempo = 500000;
-    std::stable_sort(changes.begin(), changes.end(),
-                     [](const TempoChange& a, const TempoChange& b) { return a.time < b.time; });
-    f64 microseconds = 0; // times the division
-    TempoChange last{0, kDefaultTempo};
-    for (const TempoChange& change : changes) {
-        microseconds += static_cast<f64>(change.time - last.time) * last.tempo;
-        last = change;
-    }
-    microseconds += static_cast<f64>(ticks - last.time) * last.tempo;
-    return microseconds / (std::max<int>(division, 1) * 1e6);
-}
 
 class Summarizer {
 public:
@@ -50,8 +21,6 @@ public:
             ticks_ = std::max(ticks_, event.time);
             if (event.isChannelMessage()) {
                 take(event, port[event.channel], banks[event.channel]);
-            } else if (event.isMeta(kMetaTempo) && event.length >= 3) {
-                tempos_.push_back({event.time, event.tempo()});
             } else if (event.isMeta(kMetaEndOfTrack)) {
                 break;
             }
@@ -61,7 +30,7 @@ public:
     SongSummary finish(const Song& song) {
         SongSummary summary;
         summary.ticks = ticks_;
-        summary.seconds = secondsOf(ticks_, song.division, tempos_);
+        summary.seconds = TempoMap(song).secondsAt(ticks_);
         for (std::size_t number = 0; number < ports_.size(); ++number) {
             if (!ports_[number]) continue;
             for (std::size_t channel = 0; channel < 16; ++channel) {
@@ -97,7 +66,6 @@ private:
     }
 
     std::array<std::unique_ptr<Port>, 256> ports_;
-    std::vector<TempoChange> tempos_;
     u64 ticks_ = 0;
 };
 

@@ -1,6 +1,7 @@
 // The commands of `kelvane`. Each answers with the exit status.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -63,17 +64,36 @@ struct ConvertOptions {
     bool subDirs = false, force = false, quiet = false, strict = false;
     std::optional<std::string> report; ///< file, or empty for standard output
     InputOptions input;
+    std::function<bool()> change = nullptr; ///< what happens to the inputs before they are saved
 };
 int runConvert(const ConvertOptions& options, TerminalUi& ui);
 
-struct EditOptions {
+/// How `edit` and `process` name files: the output apart from the inputs.
+struct ChangeOptions {
     std::vector<std::string> inputs;
-    std::string output, to;
-    std::vector<std::string> operations; ///< as "delete-unused" or "replace-waves=FILE", in order
+    std::string output, to, data = "auto";
+    std::vector<std::string> steps; ///< what to do, in order
     bool force = false, quiet = false;
     InputOptions input;
 };
-int runEdit(const EditOptions& options, TerminalUi& ui);
+
+/// The conversion that a change is a part of.
+ConvertOptions conversionOf(const ChangeOptions& options, std::function<bool()> change);
+
+/// Steps as "delete-unused" or "replace-waves=FILE".
+int runEdit(const ChangeOptions& options, TerminalUi& ui);
+
+/// Steps as "transpose-notes:semitones=3".
+struct ProcessOptions : ChangeOptions {
+    std::vector<std::string> items; ///< selectors; none: everything
+    std::string range;              ///< frames, as "100:2000"
+};
+int runProcess(const ProcessOptions& options, TerminalUi& ui);
+
+struct AlgorithmsOptions {
+    bool audio = false, midi = false, instrument = false, json = false;
+};
+int runAlgorithms(const AlgorithmsOptions& options);
 
 struct PresetOptions {
     std::string action;             ///< show, extract, apply

@@ -239,6 +239,7 @@ bool Conversion::convert(const std::vector<std::string>& inputs) {
     const std::string& input = inputs[0];
     workspace().wavFact = 0; // each input is converted as if it were the only one
     if (!openInputs(inputs, options_.input, ui_)) return false;
+    if (options_.change && !options_.change()) return false;
     // Plain waves go to a format of instruments as instruments that play one each.
     const u32 holds = workspace().formats->row(row_)->typeFlags;
     if ((holds & kCollectionClass) != 0 && (holds & kInstrumentClass) != 0 && options_.item.empty() &&

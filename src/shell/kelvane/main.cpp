@@ -50,6 +50,18 @@ void addInput(CLI::App& app, InputOptions& input) {
     app.add_option("--raw-offset", input.rawOffset, "Bytes before the first raw sample")->type_name("BYTES");
 }
 
+void addChange(CLI::App& app, ChangeOptions& options) {
+    app.add_option("INPUT", options.inputs, "Files; several are merged, for a folder as output not")
+        ->required();
+    app.add_option("-o,--output", options.output, "File or folder to write, or - for standard output")
+        ->required()
+        ->type_name("OUTPUT");
+    app.add_option("--to", options.to, "Format of the output, else by its extension")->type_name("FORMAT");
+    app.add_option("--data", options.data, "Data format, as \"PCM 24-bit\", or auto")->type_name("NAME");
+    app.add_flag("--force", options.force, "Replace files that exist");
+    addInput(app, options.input);
+}
+
 ProgressStyle progressStyle(const Globals& globals) {
     if (globals.progress == "json") return ProgressStyle::Json;
     const bool shown = globals.progress == "auto" && !globals.quiet && isatty(STDERR_FILENO);
@@ -140,21 +152,41 @@ int run(int argc, char** argv) {
     convertCommand->add_flag("--force", convert.force, "Replace files that exist");
     addInput(*convertCommand, convert.input);
 
-    EditOptions edit;
+    ChangeOptions edit;
     CLI::App* editCommand = app.add_subcommand("edit", "Change a collection as a whole");
-    editCommand->add_option("INPUT", edit.inputs, "Files; several are merged")->required();
-    editCommand->add_option("-o,--output", edit.output, "File to write")->required()->type_name("FILE");
+    addChange(*editCommand, edit);
     editCommand
         ->add_option(
-            "--do", edit.operations,
+            "--do", edit.steps,
             "Operation, repeated for more: auto-create, delete-unused, delete-duplicates, merge-stereo, "
             "split-stereo, unroll-loops, append-loop-tail, replace-waves=FILE")
         ->type_name("OPERATION")
         ->allow_extra_args(false);
-    editCommand->add_option("--to", edit.to, "Format of the output, else by its extension")
-        ->type_name("FORMAT");
-    editCommand->add_flag("--force", edit.force, "Replace a file that exists");
-    addInput(*editCommand, edit.input);
+
+    ProcessOptions process;
+    CLI::App* processCommand = app.add_subcommand("process", "Run algorithms on waves and songs");
+    addChange(*processCommand, process);
+    processCommand
+        ->add_option("--do", process.steps,
+                     "Algorithm with its parameters, repeated for more, as "
+                     "\"transpose-notes:semitones=3,exclude-drums=1\"; `kelvane algorithms` lists them")
+        ->type_name("ALGORITHM")
+        ->required()
+        ->allow_extra_args(false);
+    processCommand
+        ->add_option("--items,--waves", process.items,
+                     "Only these: wave:N, wave:\"NAME\", song:N, track:N ... as info shows them")
+        ->type_name("ITEM")
+        ->allow_extra_args(false);
+    processCommand->add_option("--range", process.range, "Only these frames of a wave")->type_name("FROM:TO");
+
+    AlgorithmsOptions algorithms;
+    CLI::App* algorithmsCommand =
+        app.add_subcommand("algorithms", "List the algorithms and their parameters");
+    algorithmsCommand->add_flag("--audio", algorithms.audio, "Those for waves");
+    algorithmsCommand->add_flag("--midi", algorithms.midi, "Those for songs");
+    algorithmsCommand->add_flag("--instrument", algorithms.instrument, "Those for instruments");
+    algorithmsCommand->add_flag("--json", algorithms.json, "As JSON");
 
     PresetOptions preset;
     CLI::App* presetCommand = app.add_subcommand("preset", "Articulation presets (.dlsa)");
@@ -259,7 +291,7 @@ int run(int argc, char** argv) {
     TerminalUi ui(progressStyle(globals), globals.quiet);
     if (globals.yes || globals.no) ui.yes = globals.yes;
     workspace().ui = &ui;
-    convert.quiet = edit.quiet = midi.quiet = globals.quiet;
+    convert.quiet = edit.quiet = process.quiet = midi.quiet = globals.quiet;
     workspace().stateFolder = stateFolder();
     setting.file = globals.settingsFile;
     for (CLI::App* action : {list, get, set, reset, pset}) {
@@ -276,6 +308,8 @@ int run(int argc, char** argv) {
     if (infoCommand->parsed()) return runInfo(info, ui);
     if (convertCommand->parsed()) return runConvert(convert, ui);
     if (editCommand->parsed()) return runEdit(edit, ui);
+    if (processCommand->parsed()) return runProcess(process, ui);
+    if (algorithmsCommand->parsed()) return runAlgorithms(algorithms);
     if (presetCommand->parsed()) return runPreset(preset, ui);
     if (midiCommand->parsed()) return runMidi(midi, ui);
     return runSettings(setting);
