@@ -61,7 +61,7 @@ struct ConvertOptions {
     std::vector<std::string> paths; ///< inputs, then the output
     std::string to, data = "auto", channels = "auto", item, nameMode, parameterSet;
     f32 bitRate = 0;
-    bool subDirs = false, force = false, quiet = false, strict = false;
+    bool subDirs = false, force = false, strict = false;
     std::optional<std::string> report; ///< file, or empty for standard output
     InputOptions input;
     std::function<bool()> change = nullptr; ///< what happens to the inputs before they are saved
@@ -73,7 +73,7 @@ struct ChangeOptions {
     std::vector<std::string> inputs;
     std::string output, to, data = "auto";
     std::vector<std::string> steps; ///< what to do, in order
-    bool force = false, quiet = false;
+    bool force = false;
     InputOptions input;
 };
 
@@ -110,7 +110,7 @@ struct MidiOptions {
     u32 track = 0; ///< counted from 1; 0: all
     std::vector<std::string> inserts, modifications;
     std::vector<u32> deletions; ///< events, counted from 1
-    bool json = false, notation = false, force = false, quiet = false;
+    bool json = false, notation = false, force = false;
     InputOptions input;
 };
 int runMidi(const MidiOptions& options, TerminalUi& ui);

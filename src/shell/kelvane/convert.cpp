@@ -305,11 +305,11 @@ int Conversion::run() {
         }
         for (const Diagnostic& d : workspace().diagnostics.entries())
             told_ = told_ || d.severity == Severity::Loss;
-        if (!options_.quiet) printDiagnostics(10);
+        if (!ui_.quiet()) printDiagnostics(10);
     }
     ShowProgress(0, 0);
     if (interrupted()) return kInterrupted;
-    if (jobs.size() > 1 && !options_.quiet) fmt::print("Done: Saved {} files.\n", result_.saved);
+    if (jobs.size() > 1 && !ui_.quiet()) fmt::print("Done: Saved {} files.\n", result_.saved);
     if (!report()) return reportFailure();
     if (failedInputs == 0) return options_.strict && anythingLost() ? kSomethingLost : kDone;
     return result_.saved > 0 ? kSomeFailed : kFailed;

@@ -121,7 +121,6 @@ ConvertOptions conversionOf(const ChangeOptions& options, std::function<bool()> 
     conversion.to = options.to;
     conversion.data = options.data;
     conversion.force = options.force;
-    conversion.quiet = options.quiet;
     conversion.input = options.input;
     conversion.change = std::move(change);
     return conversion;

@@ -140,7 +140,7 @@ int runMidi(const MidiOptions& options, TerminalUi& ui) {
     }
     ui.printResults = !options.quiet;
     const bool done = editEvents(options, edit, row, ui);
-    if (!options.quiet) printDiagnostics(10);
+    if (!ui.quiet()) printDiagnostics(10);
     return done ? kDone : reportFailure();
 }
 

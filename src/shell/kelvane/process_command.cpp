@@ -12,6 +12,7 @@
 #include "shell/kelvane/commands.h"
 #include "shell/kelvane/item_selector.h"
 #include "shell/kelvane/json_writer.h"
+#include "shell/kelvane/terminal_ui.h"
 #include "wizards/algorithm_table.h"
 
 namespace kv {
@@ -65,14 +66,14 @@ bool readRange(std::string_view text, WizardItems& items) {
     return Fail(kContext, "\"{}\" is no range of frames as FROM:TO", text);
 }
 
-bool process(const std::vector<AlgorithmCall>& calls, const ProcessOptions& options,
-             const WizardItems& range) {
+bool process(const std::vector<AlgorithmCall>& calls, const ProcessOptions& options, const WizardItems& range,
+             bool quiet) {
     for (const AlgorithmCall& call : calls) {
         WizardItems items = range;
         if (!itemsFor(call.algorithm->kind, options, items)) return false;
         std::string text;
         if (!runAlgorithm(call, items, text)) return false;
-        if (!options.quiet && !text.empty()) fmt::print(stderr, "{}\n", text);
+        if (!quiet && !text.empty()) fmt::print(stderr, "{}\n", text);
     }
     FixUpAll(kAllClasses);
     return true;
@@ -160,7 +161,7 @@ int runProcess(const ProcessOptions& options, TerminalUi& ui) {
         reportFailure();
         return kUsage;
     }
-    return runConvert(conversionOf(options, [&] { return process(calls, options, range); }), ui);
+    return runConvert(conversionOf(options, [&] { return process(calls, options, range, ui.quiet()); }), ui);
 }
 
 int runAlgorithms(const AlgorithmsOptions& options) {
