@@ -138,7 +138,7 @@ int runMidi(const MidiOptions& options, TerminalUi& ui) {
         Fail(kContext, "\"{}\" exists already; --force replaces it", options.output);
         return reportFailure();
     }
-    ui.printResults = !options.quiet;
+    ui.printResults = !ui.quiet();
     const bool done = editEvents(options, edit, row, ui);
     if (!ui.quiet()) printDiagnostics(10);
     return done ? kDone : reportFailure();
