@@ -2,7 +2,7 @@
 
 _kelvane() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands="formats detect info convert edit preset settings"
+    local commands="formats detect info convert edit process algorithms preset midi settings"
     local globals="--help --quiet --yes --no --progress --settings --set"
     local input="--as --raw-rate --raw-channels --raw-format --raw-big-endian --raw-unsigned --raw-offset"
     local command="" action="" word
@@ -13,12 +13,17 @@ _kelvane() {
             [[ " list get set reset pset " == *" $word "* ]] && action=$word
         elif [[ $command == preset && -z $action ]]; then
             [[ " show extract apply " == *" $word "* ]] && action=$word
+        elif [[ $command == midi && -z $action ]]; then
+            [[ " events edit " == *" $word "* ]] && action=$word
         fi
     done
 
     case $previous in
         --progress) COMPREPLY=($(compgen -W "auto none json" -- "$current")) && return ;;
-        --do) COMPREPLY=($(compgen -W "auto-create delete-unused delete-duplicates merge-stereo split-stereo unroll-loops append-loop-tail replace-waves=" -- "$current")) && return ;;
+        --do)
+            local steps="auto-create delete-unused delete-duplicates merge-stereo split-stereo unroll-loops append-loop-tail replace-waves="
+            [[ $command == process ]] && steps=$(kelvane algorithms 2>/dev/null | awk '!/^ / {print $1}')
+            COMPREPLY=($(compgen -W "$steps" -- "$current")) && return ;;
         --channels) COMPREPLY=($(compgen -W "auto mono stereo" -- "$current")) && return ;;
         --name-mode) COMPREPLY=($(compgen -W "number base-name name source bank" -- "$current")) && return ;;
         --to | --as) COMPREPLY=($(compgen -W "$(kelvane formats 2>/dev/null | awk 'NR > 1 {print $2}' | sort -u)" -- "$current")) && return ;;
@@ -31,12 +36,19 @@ _kelvane() {
         detect) words="--json $globals" ;;
         info) words="--json --warnings $input $globals" ;;
         convert) words="--to --data --channels --bit-rate --item --name-mode --parameter-set --report --strict --sub-dirs --force $input $globals" ;;
-        edit) words="--output --do --to --force $input $globals" ;;
+        edit) words="--output --do --to --data --force $input $globals" ;;
+        process) words="--output --do --items --waves --range --to --data --force $input $globals" ;;
+        algorithms) words="--audio --midi --instrument --json $globals" ;;
         preset)
             words="show extract apply $globals"
             [[ $action == show ]] && words="--json $globals"
             [[ $action == extract ]] && words="--item --force $input $globals"
             [[ $action == apply ]] && words="--item --to --force $input $globals"
+            ;;
+        midi)
+            words="events edit $globals"
+            [[ $action == events ]] && words="--track --json --notation $input $globals"
+            [[ $action == edit ]] && words="--output --track --insert --modify --delete --to --force $input $globals"
             ;;
         settings)
             words="list get set reset pset $globals"

@@ -13,4 +13,6 @@ Wave* renderSong(Item&, bool) {
     return nullptr;
 }
 
+void scanVoiceDumps(Track&) {}
+
 } // namespace kv

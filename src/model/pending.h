@@ -7,10 +7,15 @@
 namespace kv {
 
 class Item;
+class Track;
 class Wave;
 
 /// Missing: rendering of synthesis models and of songs; both answer with a failure.
 bool renderSynthesis(Item& item);
 Wave* renderSong(Item& songOrTrack, bool stereo);
+
+/// Missing: the synth voices in the SysEx events of a track ahead of its first Note On (Yamaha voice dumps,
+/// Roland MT-32 dumps), to be added to the collection as synthesis models. Nothing is recognised yet.
+void scanVoiceDumps(Track& track);
 
 } // namespace kv

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "model/midi_event_cursor.h"
 #include "model/store.h"
 
 namespace kv {
@@ -37,9 +38,24 @@ Song::~Song() {
 void Song::FixUp() {
     Item::FixUp();
     if (division <= 0) division = 24; // takes in the negative SMPTE form
+    SumTracks();
+}
+
+void Song::Recount() {
+    for (const ItemId id : childIds) {
+        if (Track* track = store().Find<Track>(id)) track->Recount();
+    }
+    SumTracks();
+}
+
+void Song::SumTracks() {
+    dataSize = 0;
     eventCount = 0;
     for (const ItemId id : childIds) {
-        if (const Track* track = store().Find<Track>(id)) eventCount += track->eventCount;
+        const Track* track = store().Find<Track>(id);
+        if (!track) continue;
+        dataSize += track->dataSize;
+        eventCount += track->eventCount;
     }
 }
 
@@ -62,50 +78,13 @@ Track::Track(Store& owner, const Track& source, ItemId request) : Item(owner, kC
     channelGroup = source.channelGroup;
 }
 
-namespace {
-
-/// A variable length quantity of at most 4 bytes.
-u32 variableLength(ByteCursor& in) {
-    u32 value = 0;
-    for (int i = 0; i < 4; ++i) {
-        const u8 byte = in.u8le();
-        value = value << 7 | (byte & 0x7F);
-        if (byte < 0x80) break;
-    }
-    return value;
+void Track::Recount() {
+    dataSize = events.size();
+    eventCount = countMidiEvents(events);
 }
-
-u32 countEvents(ByteSpan events) {
-    ByteCursor in(events);
-    u32 count = 0;
-    u8 running = 0;
-    while (in.left() > 0) {
-        variableLength(in);
-        if (in.left() == 0) break;
-        u8 status = running;
-        if (std::to_integer<u8>(events[static_cast<std::size_t>(in.offset())]) >= 0x80) status = in.u8le();
-        if (status < 0x80) {
-            in.skip(1); // a data byte that nothing explains
-            continue;
-        }
-        if (status < 0xF0) {
-            running = status;
-            in.skip((status & 0xE0) == 0xC0 ? 1 : 2);
-        } else if (status == 0xF0 || status == 0xF7 || status == 0xFF) {
-            if (status == 0xFF) in.skip(1);
-            in.skip(variableLength(in));
-        }
-        if (!in.ok()) break;
-        ++count;
-    }
-    return count;
-}
-
-} // namespace
 
 void Track::FixUp() {
-    dataSize = events.size();
-    eventCount = countEvents(events);
+    Recount();
 }
 
 std::string Track::Describe() const {

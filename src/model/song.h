@@ -18,11 +18,17 @@ public:
     ~Song() override;
 
     u16 smfFormat = 1;
-    i16 division = 24; ///< ticks per quarter note
+    /// Ticks per quarter note; negative: frames per second as a negative number in the high byte, ticks
+    /// per frame in the low byte.
+    i16 division = 24;
     u32 eventCount = 0;
     Text<128> artist, engineer, copyright, product, comments;
 
     void FixUp() override;
+    /// Counts the events and bytes of the tracks, and of the song.
+    void Recount();
+    /// The same from counts of the tracks that are right already.
+    void SumTracks();
     std::string Describe() const override;
 };
 
@@ -33,11 +39,13 @@ public:
     Track(Store& store, ItemId request, std::string_view name = {});
     Track(Store& store, const Track& source, ItemId request);
 
-    Bytes events; ///< Standard MIDI File track data
+    Bytes events; ///< Standard MIDI File track data, walked by a `MidiEventCursor`
     u32 eventCount = 0;
-    u8 channelGroup = 0;
+    u8 channelGroup = 0; ///< MIDI port
 
     void FixUp() override;
+    /// Counts the events and bytes.
+    void Recount();
     std::string Describe() const override;
 };
 

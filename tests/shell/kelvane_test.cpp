@@ -229,6 +229,40 @@ TEST_F(Kelvane, CarriesArticulationFromBankToBank) {
     EXPECT_EQ(test::readFile(folder / "again.sf2"), test::readFile(folder / "ding.sf2"));
 }
 
+TEST_F(Kelvane, ListsAndEditsSongs) {
+    // Two patterns, with notes at tick 0 and ends at tick 96.
+    const std::string track("MTrk\0\0\0\x0B\0\x91\x3C\x40\x60\x3C\0\0\xFF\x2F\0", 19);
+    const std::string header("MThd\0\0\0\6\0\1\0\2\0\x60", 14);
+    test::writeFile(folder / "song.mid", bytesOf(header + track + track));
+
+    const auto song = json("info --json song.mid")["songs"][0];
+    EXPECT_DOUBLE_EQ(song["seconds"], 0.5);
+    EXPECT_EQ(song["tracks"].size(), 2U);
+    EXPECT_EQ(song["channels"][0]["channel"], 2);
+    EXPECT_EQ(song["channels"][0]["notes"], 2);
+    EXPECT_NE(run("info song.mid").out.find("length 0.500 s, 2 notes"), std::string::npos);
+
+    EXPECT_EQ(run("midi edit song.mid -o new.mid --track 2 --delete 2 --modify '1 48 note-on ch=3 1 2' "
+                  "--insert '0 meta tempo 1000000'")
+                  .status,
+              0);
+    EXPECT_EQ(run("midi events new.mid --track 2 --notation").out,
+              "track:2 \"Track 02\": 3 events, 15 Bytes\n1 0 meta tempo 1000000\n2 48 note-on ch=3 1 2\n"
+              "3 96 meta end-of-track\n");
+    EXPECT_EQ(json("midi events new.mid --json")["tracks"][1]["events"][1]["parameters"], "C#-1, 2");
+    EXPECT_EQ(run("midi edit song.mid -o new.mid --track 2 --delete 2").status, 1) << "exists";
+    EXPECT_EQ(run("midi edit song.mid -o x.mid --track 1 --insert '0 nothing'").status, 2);
+    EXPECT_EQ(run("midi edit song.mid -o x.mid --track 3 --delete 1").status, 1);
+
+    std::string patterns = header + track + track;
+    patterns[9] = 2;
+    test::writeFile(folder / "patterns.mid", bytesOf(patterns));
+    EXPECT_EQ(run("convert song.mid patterns.mid out/ --to mid").status, 0);
+    for (const char* name : {"song", "patterns 1", "patterns 2"})
+        EXPECT_TRUE(fs::exists(folder / "out" / (std::string(name) + ".mid"))) << name;
+    EXPECT_EQ(test::readFile(folder / "out" / "song.mid"), test::readFile(folder / "song.mid"));
+}
+
 TEST_F(Kelvane, TellsProgramsOfItsProgress) {
     const Outcome outcome = run("--progress json convert ding.wav o.w64");
     std::istringstream lines(outcome.err);

@@ -8,6 +8,7 @@
 #include "formats/audio/wave64.h"
 #include "formats/banks/soundfont/sf_reader.h"
 #include "formats/banks/soundfont/sf_writer.h"
+#include "formats/songs/smf.h"
 #include "formats/table/signatures.h"
 #include "model/item_id.h"
 #include "samples/data_format.h"
@@ -288,7 +289,7 @@ constexpr FormatRow kRows[] = {
     {"maud", "MAUD sample", R, kWave, 0, 0, form<"FORM", "MAUD">},
     {"mdl", "Digitrakker module", R, kOwn, 0, 0, magic<"DMDL">},
     {"med", "OctaMED module", R, kOwn, 0, 0, magic<"MMD">},
-    {"mid", "Standard MIDI", RW, kSongTracks, 0x2000000, negative(1), magic<"MThd">},
+    {"mid", "Standard MIDI", RW, kSongTracks, 0x2000000, negative(1), magic<"MThd">, mid_Imp, mid_Exp, true},
     {"mka", "Matriska audio", R, kWave, 0, 0, magic<"\x1A\x45\xDF\xA3">},
     {"mkv", "Matriska video", R, kWave, 0, 0, magic<"\x1A\x45\xDF\xA3">},
     {"mld", "i-Melody", R, kSong, 0, 0, magic<"melo">},

@@ -1,6 +1,7 @@
 // The commands of `kelvane`. Each answers with the exit status.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -60,20 +61,39 @@ struct ConvertOptions {
     std::vector<std::string> paths; ///< inputs, then the output
     std::string to, data = "auto", channels = "auto", item, nameMode, parameterSet;
     f32 bitRate = 0;
-    bool subDirs = false, force = false, quiet = false, strict = false;
+    bool subDirs = false, force = false, strict = false;
     std::optional<std::string> report; ///< file, or empty for standard output
     InputOptions input;
+    std::function<bool()> change = nullptr; ///< what happens to the inputs before they are saved
 };
 int runConvert(const ConvertOptions& options, TerminalUi& ui);
 
-struct EditOptions {
+/// How `edit` and `process` name files: the output apart from the inputs.
+struct ChangeOptions {
     std::vector<std::string> inputs;
-    std::string output, to;
-    std::vector<std::string> operations; ///< as "delete-unused" or "replace-waves=FILE", in order
-    bool force = false, quiet = false;
+    std::string output, to, data = "auto";
+    std::vector<std::string> steps; ///< what to do, in order
+    bool force = false;
     InputOptions input;
 };
-int runEdit(const EditOptions& options, TerminalUi& ui);
+
+/// The conversion that a change is a part of.
+ConvertOptions conversionOf(const ChangeOptions& options, std::function<bool()> change);
+
+/// Steps as "delete-unused" or "replace-waves=FILE".
+int runEdit(const ChangeOptions& options, TerminalUi& ui);
+
+/// Steps as "transpose-notes:semitones=3".
+struct ProcessOptions : ChangeOptions {
+    std::vector<std::string> items; ///< selectors; none: everything
+    std::string range;              ///< frames, as "100:2000"
+};
+int runProcess(const ProcessOptions& options, TerminalUi& ui);
+
+struct AlgorithmsOptions {
+    bool audio = false, midi = false, instrument = false, json = false;
+};
+int runAlgorithms(const AlgorithmsOptions& options);
 
 struct PresetOptions {
     std::string action;             ///< show, extract, apply
@@ -83,6 +103,17 @@ struct PresetOptions {
     InputOptions input;
 };
 int runPreset(const PresetOptions& options, TerminalUi& ui);
+
+struct MidiOptions {
+    std::string action; ///< events, edit
+    std::string path, output, to;
+    u32 track = 0; ///< counted from 1; 0: all
+    std::vector<std::string> inserts, modifications;
+    std::vector<u32> deletions; ///< events, counted from 1
+    bool json = false, notation = false, force = false;
+    InputOptions input;
+};
+int runMidi(const MidiOptions& options, TerminalUi& ui);
 
 struct SettingsOptions {
     std::string action; ///< list, get, set, reset, pset

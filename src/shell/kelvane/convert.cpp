@@ -5,9 +5,11 @@
 #include <filesystem>
 
 #include "formats/framework/drivers.h"
+#include "formats/framework/export_item.h"
 #include "formats/framework/format_table.h"
 #include "formats/framework/parameter_sets.h"
 #include "model/collection.h"
+#include "model/song.h"
 #include "model/wave.h"
 #include "model/wave_cleanup.h"
 #include "model/workspace.h"
@@ -47,6 +49,7 @@ private:
     bool convertItem(Item& item, const fs::path& path);
     bool convertToStream(Item& item);
     bool convertAll(const std::string& input, std::size_t items);
+    void convertSongs(const std::string& input);
     Item* onlyItem(std::size_t& count) const;
     NameMode nameMode(std::size_t items) const;
     bool mayReplace(const fs::path& path) const;
@@ -205,11 +208,38 @@ bool Conversion::convertAll(const std::string& input, std::size_t items) {
     return SaveAll(job, result_);
 }
 
+/// Saves every song: "save all" knows none. In a folder a single one is named after its input; two of one
+/// name get numbers.
+void Conversion::convertSongs(const std::string& input) {
+    const FormatRow& row = *workspace().formats->row(row_);
+    const fs::path folder = toFolder_ ? output_ : output_.parent_path();
+    std::error_code failed;
+    if (toFolder_) fs::create_directories(folder, failed);
+    const bool only = store().count(kSongClass) == 1;
+    fixUpForExport(*store().First<Song>());
+    for (Song& song : store().all<Song>()) {
+        std::string name = only ? fs::path(input).stem().string() : fileNameFor(song.name());
+        if (!toFolder_) name = fmt::format("{} - {}", output_.stem().string(), name);
+        fs::path path = folder / fmt::format("{}.{}", name, row.extension);
+        for (int n = 1; result_.written.contains(path); ++n)
+            path = folder / fmt::format("{} {}.{}", name, n, row.extension);
+        if (mayReplace(path) && exportToFile(row, path, &song, wanted_, options_.bitRate, false)) {
+            result_.written.insert(path);
+            ++result_.saved;
+        } else {
+            reportFailure();
+            ++result_.failed;
+        }
+    }
+    PostStatus(fmt::format("Done: Saved {} files.", result_.saved));
+}
+
 /// Converts what the inputs hold together.
 bool Conversion::convert(const std::vector<std::string>& inputs) {
     const std::string& input = inputs[0];
     workspace().wavFact = 0; // each input is converted as if it were the only one
     if (!openInputs(inputs, options_.input, ui_)) return false;
+    if (options_.change && !options_.change()) return false;
     // Plain waves go to a format of instruments as instruments that play one each.
     const u32 holds = workspace().formats->row(row_)->typeFlags;
     if ((holds & kCollectionClass) != 0 && (holds & kInstrumentClass) != 0 && options_.item.empty() &&
@@ -229,6 +259,11 @@ bool Conversion::convert(const std::vector<std::string>& inputs) {
     if (!options_.item.empty()) {
         const std::string_view extension = workspace().formats->row(row_)->extension;
         return convertItem(*item, output_ / fmt::format("{}.{}", fileNameFor(item->name()), extension));
+    }
+    constexpr u32 kSavedAll = kCollectionClass | kInstrumentClass | kWaveClass;
+    if ((holds & kSongClass) != 0 && (holds & kSavedAll) == 0) {
+        convertSongs(input);
+        return true;
     }
     return convertAll(input, items);
 }
@@ -270,11 +305,11 @@ int Conversion::run() {
         }
         for (const Diagnostic& d : workspace().diagnostics.entries())
             told_ = told_ || d.severity == Severity::Loss;
-        if (!options_.quiet) printDiagnostics(10);
+        if (!ui_.quiet()) printDiagnostics(10);
     }
     ShowProgress(0, 0);
     if (interrupted()) return kInterrupted;
-    if (jobs.size() > 1 && !options_.quiet) fmt::print("Done: Saved {} files.\n", result_.saved);
+    if (jobs.size() > 1 && !ui_.quiet()) fmt::print("Done: Saved {} files.\n", result_.saved);
     if (!report()) return reportFailure();
     if (failedInputs == 0) return options_.strict && anythingLost() ? kSomethingLost : kDone;
     return result_.saved > 0 ? kSomeFailed : kFailed;

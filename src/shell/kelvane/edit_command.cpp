@@ -1,11 +1,10 @@
 // `kelvane edit`: operations on a whole collection, one after the other.
 #include <fmt/format.h>
 
-#include <filesystem>
+#include <algorithm>
+#include <functional>
 
 #include "formats/framework/collection_files.h"
-#include "formats/framework/drivers.h"
-#include "formats/framework/format_table.h"
 #include "model/collection.h"
 #include "model/fix_up.h"
 #include "model/loops.h"
@@ -13,13 +12,9 @@
 #include "model/wave_cleanup.h"
 #include "model/workspace.h"
 #include "shell/kelvane/commands.h"
-#include "shell/kelvane/row_choice.h"
-#include "shell/kelvane/terminal_ui.h"
 
 namespace kv {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr std::string_view kContext = "edit";
 
@@ -105,20 +100,6 @@ const Operation* operationOf(std::string_view text, std::string& value) {
     return nullptr;
 }
 
-bool edit(const EditOptions& options, TerminalUi& ui, int row) {
-    if (!openInputs(options.inputs, options.input, ui)) return false;
-    for (const std::string& text : options.operations) {
-        std::string value;
-        const Operation* operation = operationOf(text, value);
-        if (!operation || !operation->run(value)) return false;
-    }
-    const FormatRow& format = *workspace().formats->row(row);
-    Item* item = store().First<Collection>();
-    if ((format.typeFlags & kCollectionClass) == 0)
-        return Fail(kContext, "\"{}\" files don't hold a whole collection", format.description);
-    return SaveItemAs(options.output, item, row, kAnyFormat, 0, false);
-}
-
 } // namespace
 
 bool openInputs(const std::vector<std::string>& paths, const InputOptions& options, TerminalUi& ui) {
@@ -133,31 +114,37 @@ bool openInputs(const std::vector<std::string>& paths, const InputOptions& optio
     return true;
 }
 
-int runEdit(const EditOptions& options, TerminalUi& ui) {
-    const fs::path output = options.output;
-    const int row = chooseRow(options.to.empty() ? output.extension().string() : options.to, RowUse::Write);
-    std::string ignored;
-    for (const std::string& text : options.operations) {
-        if (!operationOf(text, ignored)) {
+ConvertOptions conversionOf(const ChangeOptions& options, std::function<bool()> change) {
+    ConvertOptions conversion;
+    conversion.paths = options.inputs;
+    conversion.paths.push_back(options.output);
+    conversion.to = options.to;
+    conversion.data = options.data;
+    conversion.force = options.force;
+    conversion.input = options.input;
+    conversion.change = std::move(change);
+    return conversion;
+}
+
+int runEdit(const ChangeOptions& options, TerminalUi& ui) {
+    struct Step {
+        const Operation* operation;
+        std::string value;
+    };
+    std::vector<Step> steps;
+    for (const std::string& text : options.steps) {
+        Step& step = steps.emplace_back();
+        step.operation = operationOf(text, step.value);
+        if (!step.operation) {
             reportFailure();
             return kUsage;
         }
-        ignored.clear();
     }
-    if (row < 0) {
-        Fail(kContext, "\"{}\" names no format that can be written; use --to", options.output);
-        reportFailure();
-        return kUsage;
-    }
-    std::error_code none;
-    if (!options.force && fs::exists(output, none)) {
-        Fail(kContext, "\"{}\" exists already; --force replaces it", options.output);
-        return reportFailure();
-    }
-    ui.printResults = !options.quiet;
-    const bool done = edit(options, ui, row);
-    if (!options.quiet) printDiagnostics(10);
-    return done ? kDone : reportFailure();
+    const auto change = [&] {
+        return std::all_of(steps.begin(), steps.end(),
+                           [](const Step& step) { return step.operation->run(step.value); });
+    };
+    return runConvert(conversionOf(options, change), ui);
 }
 
 } // namespace kv

@@ -8,6 +8,8 @@
 
 #include "formats/framework/detection.h"
 #include "formats/framework/format_table.h"
+#include "midi/midi_event_text.h"
+#include "midi/song_summary.h"
 #include "model/articulation_fields.h"
 #include "model/collection.h"
 #include "model/instrument.h"
@@ -84,11 +86,32 @@ public:
 private:
     void articulation(const Articulation& record, int depth);
     void sound(const Item& item, int depth);
+    void song(const Song& song, int depth);
 
     Printer& out_;
     ItemSelectors selectors_;
     FieldTexts texts_{fieldText};
 };
+
+/// How long a song is, and who plays what in it.
+void TreePrinter::song(const Song& song, int depth) {
+    const SongSummary summary = summarize(song);
+    out_(FMT_COMPILE("{}{}\n"), indent(depth), songSheetText(song));
+    out_(FMT_COMPILE("{}length {:.3f} s, {} note{}\n"), indent(depth), summary.seconds, summary.notes,
+         plural(summary.notes));
+    const bool ports = std::any_of(summary.channels.begin(), summary.channels.end(),
+                                   [](const ChannelUse& use) { return use.port > 0; });
+    for (const ChannelUse& use : summary.channels) {
+        out_.text(indent(depth));
+        if (ports) out_(FMT_COMPILE("port {} "), use.port);
+        out_(FMT_COMPILE("channel {}: {} note{}"), use.channel + 1, use.notes, plural(use.notes));
+        for (const u32 program : use.programs) {
+            out_(FMT_COMPILE(", program {}"), program & 0x7F);
+            if (program >> 7 != 0) out_(FMT_COMPILE(" of bank {}:{}"), program >> 14, program >> 7 & 0x7F);
+        }
+        out_.text("\n");
+    }
+}
 
 /// What a level of an instrument has of its own: fields at their defaults go without saying.
 void TreePrinter::articulation(const Articulation& record, int depth) {
@@ -123,6 +146,8 @@ void TreePrinter::sound(const Item& item, int depth) {
             }
             return articulation(region.articulation, depth);
         }
+        case kSongClass:
+            return song(static_cast<const Song&>(item), depth);
         default:
             return;
     }

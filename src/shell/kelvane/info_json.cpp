@@ -1,5 +1,6 @@
 #include "shell/kelvane/info_json.h"
 
+#include "midi/song_summary.h"
 #include "model/articulation_fields.h"
 #include "model/collection.h"
 #include "model/instrument.h"
@@ -59,6 +60,7 @@ private:
     void layer(const Layer& layer);
     void region(const Region& region);
     void track(const Track& track);
+    void summary(const SongSummary& s);
     void params(const SampleParams& p);
     void articulation(const Articulation& record);
 
@@ -180,6 +182,30 @@ void StoreWriter::track(const Track& t) {
     json_.value("channelGroup", t.channelGroup);
 }
 
+void StoreWriter::summary(const SongSummary& s) {
+    json_.value("ticks", s.ticks);
+    json_.value("seconds", s.seconds);
+    json_.value("notes", s.notes);
+    json_.beginArray("channels");
+    for (const ChannelUse& use : s.channels) {
+        json_.beginObject();
+        json_.value("port", use.port);
+        json_.value("channel", use.channel + 1);
+        json_.value("notes", use.notes);
+        json_.beginArray("programs");
+        for (const u32 program : use.programs) {
+            json_.beginLineObject({});
+            json_.value("bankMsb", program >> 14);
+            json_.value("bankLsb", program >> 7 & 0x7F);
+            json_.value("program", program & 0x7F);
+            json_.endObject();
+        }
+        json_.endArray();
+        json_.endObject();
+    }
+    json_.endArray();
+}
+
 void StoreWriter::song(const Song& s) {
     json_.value("smfFormat", s.smfFormat);
     json_.value("division", s.division);
@@ -189,6 +215,7 @@ void StoreWriter::song(const Song& s) {
     json_.value("copyright", s.copyright.view());
     json_.value("product", s.product.view());
     json_.value("comments", s.comments.view());
+    summary(summarize(s));
     children<Track>("tracks", s, &StoreWriter::track);
 }
 

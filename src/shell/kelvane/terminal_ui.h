@@ -17,6 +17,7 @@ class TerminalUi final : public UserInterface {
 public:
     /// `quiet` leaves out all that is no failure.
     TerminalUi(ProgressStyle style, bool quiet) : style_(style), quiet_(quiet) {}
+    bool quiet() const { return quiet_; }
     ~TerminalUi() override { clearLine(); }
 
     void postStatus(std::string_view text, StatusKind kind) override;

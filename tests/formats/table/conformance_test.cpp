@@ -6,6 +6,7 @@
 #include "formats/framework/detection.h"
 #include "formats/framework/format_table.h"
 #include "model/instrument.h"
+#include "model/song.h"
 #include "model/store.h"
 
 namespace kv {
@@ -15,7 +16,7 @@ using test::FormatTest;
 
 class Conformance : public FormatTest {
 protected:
-    /// A collection of two instruments over three waves, looped and tuned.
+    /// A collection of two instruments over three waves, looped and tuned, and a song of two tracks.
     void makeCollection() {
         store().DeleteAllItems();
         store().Create<Collection>(folder / "made.wav")->engineer = "somebody";
@@ -46,10 +47,17 @@ protected:
             second->articulation.eg1Attack = 0.5F;
             layer->AddChild(second->id());
         }
+        Song* song = store().Create<Song>(kNextFreeNumber, "song");
+        for (const char key : {'<', '='}) {
+            Track* track = store().Create<Track>(kNextFreeNumber, "track");
+            const std::string events{0, '\x90', key, 100, 96, key, 0, 0, '\xFF', 0x2F, 0};
+            track->events.assign(bytesOf(events).begin(), bytesOf(events).end());
+            song->AddChild(track->id());
+        }
     }
     /// The item of the made collection that a row takes, or null.
     static Item* itemFor(const FormatRow& row) {
-        for (const u32 bit : {kCollectionClass, kInstrumentClass, kWaveClass}) {
+        for (const u32 bit : {kCollectionClass, kInstrumentClass, kWaveClass, kSongClass}) {
             if ((row.typeFlags & bit) != 0) return store().FirstItem(bit);
         }
         return nullptr;
@@ -105,7 +113,7 @@ TEST_F(Conformance, OfAllRowsThatReadAndWrite) {
             for (Wave& wave : store().all<Wave>()) wave.LoadData();
         }
     }
-    EXPECT_GE(tried, 4U);
+    EXPECT_GE(tried, 5U);
 }
 
 } // namespace
