@@ -3,7 +3,13 @@
 namespace kv {
 
 std::span<const Algorithm> algorithms() {
-    return midiAlgorithms();
+    static const std::vector<Algorithm> kAll = [] {
+        std::vector<Algorithm> all;
+        for (const auto part : {audioAlgorithms(), midiAlgorithms()})
+            all.insert(all.end(), part.begin(), part.end());
+        return all;
+    }();
+    return kAll;
 }
 
 } // namespace kv

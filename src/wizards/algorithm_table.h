@@ -9,6 +9,7 @@ namespace kv {
 std::span<const Algorithm> algorithms();
 
 /// Its parts.
+std::span<const Algorithm> audioAlgorithms();
 std::span<const Algorithm> midiAlgorithms();
 
 } // namespace kv
