@@ -1,6 +1,7 @@
 #include "model/pending.h"
 
 #include "base/run_context.h"
+#include "model/sample_blocks.h"
 
 namespace kv {
 
@@ -10,6 +11,12 @@ bool renderSynthesis(Item&) {
 
 Wave* renderSong(Item&, bool) {
     Fail("Synthesis", "Songs can't be rendered by this version yet");
+    return nullptr;
+}
+
+std::unique_ptr<SampleBlocks> resampled(std::unique_ptr<SampleBlocks> blocks, u32 fromHz, u32 toHz, u32) {
+    if (!blocks || fromHz == toHz) return blocks;
+    Fail("Resample", "Resampling is not available yet");
     return nullptr;
 }
 

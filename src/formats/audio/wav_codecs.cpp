@@ -14,9 +14,44 @@ using Kind = WavCodecKind;
 
 constexpr std::string_view kMsRefusal = "Unsupported or invalid MS ADPCM file",
                            kImaRefusal = "Unsupported or invalid IMA ADPCM file";
+constexpr std::string_view kGsmRefusal = "Can only handle (the standard!) mono GSM",
+                           kDialogicMono = "Can only handle mono Dialogic ADPCM format",
+                           kDialogicRefusal = "Unsupported or invalid Dialogic ADPCM file",
+                           kYamahaChannels = "> 2ch Yamaha ADPCM not supported",
+                           kYamahaBits = "Unsupported bits/sample for Yamaha ADPCM format",
+                           kRockwellMono = "Can only handle mono Rockwell ADPCM format",
+                           kRockwellRefusal = "Unsupported or invalid Rockwell ADPCM file",
+                           kG72xBits = "Invalid no bits/sample for CCITT G.721/.723/.726 ADPCM encoding";
+
+constexpr WavCodec g72x(u16 tag) {
+    return {tag, Kind::G72x, 2, 5, 0, 0, {}, kG72xBits};
+}
+
 constexpr WavCodec kCodecs[] = {
     {0x0002, Kind::Ms, 4, 4, 4, 2, kMsRefusal, kMsRefusal},
     {0x0011, Kind::Ima, 2, 4, 0, 2, kImaRefusal, kImaRefusal},
+    {0x0017, Kind::Dialogic, 4, 4, 4, 1, kDialogicMono, kDialogicRefusal},
+    {0x0020, Kind::Yamaha, 4, 4, 4, 2, kYamahaChannels, kYamahaBits},
+    {0x0031, Kind::Gsm, 0, 0, 2, 1, kGsmRefusal, {}},
+    {0x1000, Kind::Gsm, 0, 0, 2, 1, kGsmRefusal, {}},
+    {0x0303, Kind::UsrGsm, 0, 0, 2, 1, kGsmRefusal, {}},
+    {0x003B, Kind::Rockwell, 2, 4, 0, 1, kRockwellMono, kRockwellRefusal},
+    {0x0300, Kind::Rockwell, 2, 4, 0, 1, kRockwellMono, kRockwellRefusal},
+    g72x(0x0014),
+    g72x(0x0040),
+    g72x(0x0042),
+    g72x(0x0045),
+    g72x(0x0059),
+    g72x(0x0064),
+    g72x(0x0085),
+    g72x(0x008B),
+    g72x(0x0093),
+    g72x(0x0123),
+    g72x(0x0140),
+    g72x(0x4243),
+    g72x(0xA105),
+    g72x(0xA107),
+    {0x0065, Kind::G722, 0, 0, 4, 0, {}, {}},
 };
 
 constexpr u32 kCodeOfBits[] = {0, 0, kAdpcm2, kAdpcm3, kAdpcm4, kAdpcm5};
@@ -63,9 +98,22 @@ CodedForm formOf(const CodedFmt& fmt) {
             return msForm(fmt.channels, fmt.blockAlign, stated, fmt.coefficients);
         case Kind::Ima:
             return imaForm({fmt.channels, fmt.bits, fmt.blockAlign, stated});
-        default:
-            return {};
+        case Kind::Dialogic:
+            return dialogicForm();
+        case Kind::Yamaha:
+            return yamahaForm(fmt.channels == 2);
+        case Kind::Gsm:
+            return gsmForm(false, fmt.blockAlign);
+        case Kind::UsrGsm:
+            return usrGsmForm();
+        case Kind::Rockwell:
+            return rockwellForm(fmt.bits);
+        case Kind::G72x:
+            return g726Form(fmt.bits, true);
+        case Kind::G722:
+            return g722Form(8, true);
     }
+    return {};
 }
 
 } // namespace

@@ -18,17 +18,35 @@ struct WavCode {
     u32 code;
     u16 tag;
     u16 bits;    ///< per sample
-    u16 block;   ///< block align of coded samples; 0: plain ones
+    u16 block;   ///< block align of coded samples; 0: as the samples or the encoder have it
     u16 fmtSize; ///< bytes of the fmt chunk; with the extension that `wavWriter` gives
     u32 subType; ///< of the writer, for a code that has several tags; 0: whatever else it is
 };
+// Of several rows of a code the one without a sub-type comes last.
 constexpr WavCode kCodes[] = {
-    {kPcm8, kWavPcm, 8, 0, 16, 0},          {kPcm16, kWavPcm, 16, 0, 16, 0},
-    {kPcm24, kWavPcm, 24, 0, 16, 0},        {kPcm32, kWavPcm, 32, 0, 16, 0},
-    {kFloat32, kWavFloat, 32, 0, 16, 0},    {kMuLaw, kWavMuLaw, 8, 0, 18, 0},
-    {kALaw, kWavALaw, 8, 0, 18, 0},         {kAdpcm4, 0x11, 4, 256, 20, kWavSubIma},
-    {kAdpcm4, 0x02, 4, 256, 50, kWavSubMs},
+    {kPcm8, kWavPcm, 8, 0, 16, 0},
+    {kPcm16, kWavPcm, 16, 0, 16, 0},
+    {kPcm24, kWavPcm, 24, 0, 16, 0},
+    {kPcm32, kWavPcm, 32, 0, 16, 0},
+    {kFloat32, kWavFloat, 32, 0, 16, 0},
+    {kMuLaw, kWavMuLaw, 8, 0, 18, 0},
+    {kALaw, kWavALaw, 8, 0, 18, 0},
+    {kGsm, 0x303, 0, 38, 18, kWavSubUsrGsm},
+    {kGsm, 0x31, 0, 65, 20, 0},
+    {kAdpcm2, 0x64, 2, 32, 16, 0},
+    {kAdpcm3, 0x14, 3, 48, 20, 0},
+    {kAdpcm4, 0x02, 4, 0, 50, kWavSubMs},
+    {kAdpcm4, 0x11, 4, 0, 20, kWavSubIma},
+    {kAdpcm4, 0x20, 4, 1024, 18, kWavSubYamaha},
+    {kAdpcm4, 0x40, 4, 64, 20, 0},
+    {kAdpcm5, 0x14, 5, 80, 20, 0},
 };
+bool isCoded(const WavCode& row) {
+    return (row.code & (kGsm | kAdpcm2 | kAdpcm3 | kAdpcm4 | kAdpcm5)) != 0;
+}
+bool holdsStereo(const WavCode& row) {
+    return !isCoded(row) || (row.subType != 0 && row.code != kGsm);
+}
 
 bool isExtensible(u32 subType) {
     return subType == kWavSubExtensible;
@@ -40,7 +58,7 @@ bool isLaw(const WavCode& row) {
 const WavCode* findCode(u32 formatWord, u32 subType) {
     for (const WavCode& row : kCodes) {
         if (row.code != (formatWord & kCodeMask) || (row.subType != 0 && row.subType != subType)) continue;
-        if (isExtensible(subType) && (row.fmtSize != 16 || row.block != 0)) break;
+        if (isExtensible(subType) && (row.fmtSize != 16 || isCoded(row))) break;
         return &row;
     }
     Fail("wav_Exp", "Unsupported subformat");
@@ -62,9 +80,17 @@ std::optional<CodedWriter> codedWriter(const WavCode& row, u32 rate, u32 channel
             return msWriter(channels, block);
         case 0x11:
             return imaWriter({channels, 4, block, std::numeric_limits<u32>::max()});
+        case 0x20:
+            return yamahaWriter(channels == 2);
+        case 0x31:
+            return gsmWriter(false);
+        case 0x303:
+            return usrGsmWriter(0xFE);
         default:
-            return {};
+            break;
     }
+    if (!isCoded(row)) return {};
+    return g726Writer(row.bits, true);
 }
 
 /// What follows the 16 bytes that all fmt chunks have.
@@ -221,7 +247,7 @@ bool wavParts(const Wave& wave, u32 frames, u32 formatWord, u32 subType, f32, Wa
     if (!row) return false;
     u32 channels = writableChannels(wave.channels, formatWord);
     if (channels == 0) return false;
-    if (row->block != 0 && row->subType == 0) channels = 1;
+    if (!holdsStereo(*row)) channels = 1;
     parts.coded = codedWriter(*row, wave.sampleRate, channels);
     const CodedWriter* coded = parts.coded ? &*parts.coded : nullptr;
     const bool bare = subType == kWavSubBare, cwdt = subType == kWavSubCwdt;
@@ -232,6 +258,7 @@ bool wavParts(const Wave& wave, u32 frames, u32 formatWord, u32 subType, f32, Wa
     // A float or Extensible file takes over what the last file of another kind left in its fact chunk.
     u32& fact = workspace().wavFact;
     if (coded || isLaw(*row)) fact = frames;
+    if (row->code == kGsm) fact = saturate<u32>(static_cast<f64>(ceilDiv(frames, 320) * 320));
     ByteWriter chunks;
     writeFmt(chunks, *row, wave, channels, coded, isExtensible(subType));
     if (row->tag != kWavPcm || isExtensible(subType)) chunks.text("fact").u32le(4).u32le(fact);

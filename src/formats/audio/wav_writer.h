@@ -17,6 +17,7 @@ inline constexpr u32 kWavSubBare = 0xFFFFFFFF; ///< smpl ahead of the data, and 
 inline constexpr u32 kWavSubMs = 0x02;         ///< four-bit codes are Microsoft's
 inline constexpr u32 kWavSubIma = 0x11;        ///< four-bit codes are the IMA's
 inline constexpr u32 kWavSubYamaha = 0x20;     ///< four-bit codes are Yamaha's
+inline constexpr u32 kWavSubUsrGsm = 0x303;    ///< GSM stands in a modem's records
 inline constexpr u32 kWavSubCwdt = 0x54445743; ///< "CWDT": as samplers want it, with their own data
 
 /// All of a WAV file but its samples.

@@ -122,49 +122,4 @@ bool writeCoded(SampleBlocks& blocks, const CodedWriter& writer, ByteSink& sink)
     return true;
 }
 
-// ---- Encodings
-
-CodedForm imaForm(const ImaBlocks& blocks) {
-    if (blocks.channels < 1 || blocks.channels > 2 || blocks.bits < 2 || blocks.bits > 4) return {};
-    if (blocks.framesPerBlock() == 0) return {};
-    return {blocks.channels, blocks.bytes, blocks.framesPerBlock(),
-            [blocks](ByteSpan from, std::span<i16> to) { return ima_DecodeBlocks(from, to, blocks); },
-            [blocks](std::size_t bytes) { return blocks.framesIn(bytes); }};
-}
-
-CodedForm msForm(u32 channels, u32 blockBytes, u32 framesPerBlock, std::vector<MsCoefficients> coefficients) {
-    const auto framesIn = [channels, framesPerBlock](std::size_t bytes) {
-        return std::min<std::size_t>(msadpcm_FramesIn(bytes, channels), framesPerBlock);
-    };
-    if (channels < 1 || channels > 2 || framesIn(blockBytes) == 0) return {};
-    return {channels, blockBytes, framesIn(blockBytes),
-            [=, pairs = std::move(coefficients)](ByteSpan from, std::span<i16> to) {
-                return msadpcm_Decode(to, to.size() / channels, from, blockBytes, channels, framesPerBlock,
-                                      pairs);
-            },
-            framesIn};
-}
-
-namespace {
-
-/// A writer of blocks, each of which is coded by itself.
-template <class Encoder>
-CodedWriter blockWriter(u32 channels, std::size_t blockFrames, std::size_t blockBytes, Encoder encoder) {
-    return {channels, blockFrames, blockBytes, true, [=](std::span<const i16> from, Bytes& out) mutable {
-                for (; !from.empty(); from = from.subspan(std::min(from.size(), blockFrames * channels)))
-                    encoder.encode(from.first(std::min(from.size(), blockFrames * channels)), out);
-            }};
-}
-
-} // namespace
-
-CodedWriter imaWriter(const ImaBlocks& blocks) {
-    return blockWriter(blocks.channels, blocks.framesPerBlock(), blocks.bytes, ImaBlockEncoder(blocks));
-}
-
-CodedWriter msWriter(u32 channels, u32 blockBytes) {
-    return blockWriter(channels, msadpcm_FramesIn(blockBytes, channels), blockBytes,
-                       MsBlockEncoder(channels, blockBytes));
-}
-
 } // namespace kv

@@ -8,6 +8,7 @@
 
 #include "base/byte_sink.h"
 #include "base/byte_source.h"
+#include "formats/codecs/gsm_0610.h"
 #include "formats/codecs/ima_adpcm.h"
 #include "formats/codecs/ms_adpcm.h"
 #include "model/sample_blocks.h"
@@ -54,7 +55,28 @@ bool writeCoded(SampleBlocks& blocks, const CodedWriter& writer, ByteSink& sink)
 CodedForm imaForm(const ImaBlocks& blocks);
 CodedForm msForm(u32 channels, u32 blockBytes, u32 framesPerBlock, std::vector<MsCoefficients> coefficients);
 
+/// Streams without blocks. `bits` are those of a code; G.722 has two samples to a code.
+CodedForm dialogicForm();
+CodedForm yamahaForm(bool stereo);
+CodedForm rockwellForm(u32 bits);
+CodedForm g726Form(u32 bits, bool bigEndian);
+CodedForm g722Form(u32 bits, bool bigEndian);
+/// Plain frames of 33 bytes; else blocks that hold two frames to each 65 bytes.
+CodedForm gsmForm(bool plainFrames, std::size_t blockBytes = kGsmDoubleBytes);
+/// Records of 38 bytes around a plain frame, or frames that lack what stands around them.
+CodedForm usrGsmForm();
+
 CodedWriter imaWriter(const ImaBlocks& blocks);
 CodedWriter msWriter(u32 channels, u32 blockBytes);
+CodedWriter dialogicWriter();
+CodedWriter yamahaWriter(bool stereo);
+CodedWriter rockwellWriter(u32 bits);
+CodedWriter g726Writer(u32 bits, bool bigEndian);
+CodedWriter g722Writer(u32 bits, bool bigEndian);
+CodedWriter gsmWriter(bool plainFrames);
+/// Records that begin twice with `mark`: 0xFE, or 0xB6.
+CodedWriter usrGsmWriter(u8 mark);
+
+inline constexpr std::size_t kUsrGsmBytes = 38;
 
 } // namespace kv
