@@ -191,7 +191,7 @@ bool importCoded(FileContext& file, RawCoding coding, u32 subType) {
     wave->sourcePrivate[kBits] = bits;
     const bool bigEndian = coding != RawCoding::Dialogic && (subType & kCodedBigEndian) != 0;
     wave->dataFormat = codeOf(coding, bits) | (bigEndian ? kByteswap : 0);
-    wave->preferredFormat = codeOf(coding, bits);
+    if (coding != RawCoding::G722) wave->preferredFormat = codeOf(coding, bits); // a bit rate is no code
     wave->bits = bits;
     wave->sampleRate = coding == RawCoding::Dialogic ? dialogicRate(subType, 0) : row.rateHz;
     setFrames(*wave, file.size());
