@@ -171,7 +171,7 @@ bool hasRecords(FileContext& file, std::size_t size, Passes passes) {
 
 /// GSM files of all kinds share an extension, so that the first row is asked for all of them.
 RawCoding gsmCoding(FileContext& file) {
-    const auto marked = [](ByteSpan frame) { return frame[0] >> 4 == std::byte{0xD}; };
+    const auto marked = [](ByteSpan frame) { return (frame[0] & std::byte{0xF0}) == std::byte{0xD0}; };
     const auto modem = [](ByteSpan record) {
         return (record[0] == std::byte{0xFE} || record[0] == std::byte{0xB6}) && record[1] == record[0];
     };

@@ -1,5 +1,6 @@
 // What holds for every format that is both read and written: its own files are known again, come back as they
 // were, are written alike from then on, and do no harm when they are damaged.
+#include <map>
 #include <random>
 
 #include "formats/format_test.h"
@@ -73,6 +74,12 @@ TEST_F(Conformance, OfAllRowsThatReadAndWrite) {
         const auto path = [&](int generation) {
             return folder / ("g" + std::to_string(generation) + extension);
         };
+        // Rows that write one rate only, as long as nothing is resampled.
+        static const std::map<std::string_view, u32> kRates{
+            {"rockwell", 7200}, {"rockwell-2", 7200}, {"rockwell-3", 7200}, {"rockwell-4", 7200},
+            {"vox", 8000},      {"vox-6k", 6000},     {"vox-8k", 8000}};
+        const auto rate = kRates.find(format.extension);
+        if (rate != kRates.end()) static_cast<Wave*>(made)->sampleRate = rate->second;
         ASSERT_TRUE(write(row, made, path(0))) << failure();
         ++tried;
 
