@@ -16,7 +16,8 @@ struct RawSource {
     u32 dataFormat = 0x4; ///< data format word
     u32 sampleRate = 22050;
     u32 channels = 1;
-    u64 offset = 0; ///< bytes before the first sample
+    u64 offset = 0;   ///< bytes before the first sample
+    u32 codeBits = 0; ///< of coded samples whose format has several widths; 0: to be asked for
 };
 
 struct Workspace : RunContext {

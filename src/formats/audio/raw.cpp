@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/run_context.h"
+#include "formats/audio/raw_coded.h"
 #include "formats/framework/losses.h"
 #include "model/collection.h"
 #include "model/fix_up.h"
@@ -65,12 +66,16 @@ bool unrecognized_Imp(Collection&, FileContext& file, u32) {
 }
 
 bool reinterpretSource(Wave& wave, const RawSource& source, u64 size) {
-    if (!wave.reloadable || wave.reader != &genericReader) return true;
+    if (!wave.reloadable) return true;
     const std::shared_ptr<ByteSource> file = openFileSource(wave.sourceFile);
     if (!file) return Fail("Read wave-data from disk", "Could not open file");
-    wave.sampleRate = source.sampleRate;
-    wave.preferredFormat = 0;
-    setSource(wave, source, file->size(), size);
+    if (wave.reader == &genericReader) {
+        wave.sampleRate = source.sampleRate;
+        wave.preferredFormat = 0;
+        setSource(wave, source, file->size(), size);
+    } else if (!reinterpretCoded(wave, source, file->size())) {
+        return true;
+    }
     wave.scratch() = 0;
     FreeData(wave, true);
     wave.FixUp();

@@ -23,8 +23,9 @@ bool raw_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool pe
 bool unrecognized_Imp(Collection& collection, FileContext& file, u32 subType);
 
 /// Takes another view of where and how a raw wave's samples are stored. `size` is in bytes from the
-/// offset; an offset beyond the file becomes 0, a size beyond it is cut. Nothing happens for a wave that
-/// is not read by the generic reader or that holds the only copy of its samples. False when the new
+/// offset; an offset beyond the file becomes 0, a size beyond it is cut. Of coded samples only the
+/// rate, the offset and the bit order (as `kByteswap`) can be seen otherwise. Nothing happens for a wave that
+/// has a header or that holds the only copy of its samples. False when the new
 /// samples can't be read.
 bool reinterpretSource(Wave& wave, const RawSource& source, u64 size);
 

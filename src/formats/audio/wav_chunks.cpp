@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "base/run_context.h"
+#include "formats/audio/wav_codecs.h"
 #include "formats/audio/wav_reader.h"
 #include "model/sample_blocks.h"
 #include "model/store.h"
@@ -188,6 +189,8 @@ bool wav_ParseFmt(FileContext& file, Wave& wave, WavFormat& format) {
     ByteCursor in(contents, format.offset);
     if (!parseFormat(in, format)) return false;
     if (format.channels == 0) return Fail("wav_Imp", "No channels");
+    if (const WavCodec* codec = wavCodec(format.tag); codec && !format.extensible)
+        return wav_ParseCodedFmt(*codec, file, wave, format);
 
     const TagRow* row = std::find_if(std::begin(kTags), std::end(kTags),
                                      [&](const TagRow& r) { return r.tag == format.tag; });
@@ -220,6 +223,10 @@ bool wav_ParseFmt(FileContext& file, Wave& wave, WavFormat& format) {
 
 u32 wav_FramesFromBytes(const Wave& wave, const WavFormat& format, u64 dataBytes) {
     const f64 bytes = static_cast<f64>(dataBytes);
+    if (const WavCodec* codec = wavCodec(format.tag)) {
+        const f64 bits = codec->kind == WavCodecKind::Gsm ? 1.625 : wave.bits;
+        return saturate<u32>(bytes * 8 / (std::max(wave.channels, 1U) * bits) + 0.5);
+    }
     if (wave.bits == 1 && wave.preferredFormat == kCompressed && wave.compressedKbps > 0) {
         return saturate<u32>(wave.sampleRate * bytes * 8 / (static_cast<f64>(wave.compressedKbps) * 1000) +
                              0.499);
@@ -461,6 +468,9 @@ void WavParser::data(const Chunk& chunk) {
 
 /// Settled at the end, as some writers put `fmt ` or `fact` behind the data.
 u32 WavParser::frameCount(u64 dataBytes) const {
+    const WavCodec* codec = wavCodec(format_.tag);
+    if (codec && codec->kind == WavCodecKind::UsrGsm)
+        return saturate<u32>(static_cast<f64>(dataBytes / 38 * 160));
     if (frameCode_ > 1) return saturate<u32>(static_cast<f64>(frameCode_));
     if (frameCode_ < 0) return saturate<u32>(static_cast<f64>(dataBytes / static_cast<u64>(-frameCode_)));
     return wav_FramesFromBytes(wave_, format_, dataBytes);
@@ -468,8 +478,13 @@ u32 WavParser::frameCount(u64 dataBytes) const {
 
 void WavParser::finish() {
     wave_.frames = frameCount(dataBytes_);
-    const u64 held = dataBytes_ / format_.frameBytes();
-    if (wave_.frames > held) {
+    const bool coded = wavCodec(format_.tag) != nullptr;
+    const u64 held = coded ? wavCodedForm(*file_.source, format_.offset, format_.order).framesIn(dataBytes_)
+                           : dataBytes_ / format_.frameBytes();
+    if (coded && frameCode_ <= 1) {
+        // The rule for codes knows nothing of the heads of blocks.
+        wave_.frames = saturate<u32>(static_cast<f64>(std::min<u64>(wave_.frames, held)));
+    } else if (wave_.frames > held) {
         runContext().diagnostics.warn(wave_.sourceOffset, "fact",
                                       fmt::format("{} frames stated, {} are there", wave_.frames, held));
         wave_.frames = saturate<u32>(static_cast<f64>(held));

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/run_context.h"
+#include "formats/audio/wav_codecs.h"
 #include "model/collection.h"
 #include "model/store.h"
 #include "model/workspace.h"
@@ -23,13 +24,14 @@ struct Layout {
     u16 channels;
     u16 bits;
     std::endian order;
-    u64 dataBytes;
+    u64 fmtOffset, dataBytes;
 
     explicit Layout(const Wave& wave)
         : tag(static_cast<u16>(wave.sourcePrivate[kTag])),
           channels(static_cast<u16>(wave.sourcePrivate[kShape])),
           bits(static_cast<u16>(wave.sourcePrivate[kBits])),
           order((wave.sourcePrivate[kShape] & kBigEndianShape) != 0 ? std::endian::big : std::endian::little),
+          fmtOffset(wave.sourcePrivate[kFmtLow] | u64{wave.sourcePrivate[kFmtHigh]} << 32),
           dataBytes(wave.sourcePrivate[kDataLow] | u64{wave.sourcePrivate[kDataHigh]} << 32) {}
 
     u32 sampleBytes() const { return (u32{bits} + 7) / 8; }
@@ -114,6 +116,13 @@ private:
 
 std::unique_ptr<SampleBlocks> openWav(const Wave& wave, FileContext& file) {
     const Layout layout(wave);
+    if (file.source && wavCodec(layout.tag)) {
+        CodedForm form = wavCodedForm(*file.source, layout.fmtOffset, layout.order);
+        const u64 end =
+            file.position + std::min(layout.dataBytes, std::numeric_limits<u64>::max() - file.position);
+        if (form.channels != wave.channels) form.decode = nullptr;
+        return openCoded(file.source, file.position, end, wave.frames, std::move(form));
+    }
     if (!file.source || layout.frameBytes() == 0 || layout.channels < wave.channels || wave.channels == 0) {
         Fail("wav_ImpWave", "Reading from file failed");
         return nullptr;

@@ -17,40 +17,116 @@ namespace {
 struct WavCode {
     u32 code;
     u16 tag;
-    u16 bytes;       ///< per sample
-    u16 fmtSize;     ///< bytes of the fmt chunk
-    bool extensible; ///< may be written as Extensible
-    bool setsFact;   ///< the fact chunk gets this file's frames
+    u16 bits;    ///< per sample
+    u16 block;   ///< block align of coded samples; 0: as the samples or the encoder have it
+    u16 fmtSize; ///< bytes of the fmt chunk; with the extension that `wavWriter` gives
+    u32 subType; ///< of the writer, for a code that has several tags; 0: whatever else it is
 };
+// Of several rows of a code the one without a sub-type comes last.
 constexpr WavCode kCodes[] = {
-    {kPcm8, kWavPcm, 1, 16, true, false},      {kPcm16, kWavPcm, 2, 16, true, false},
-    {kPcm24, kWavPcm, 3, 16, true, false},     {kPcm32, kWavPcm, 4, 16, true, false},
-    {kFloat32, kWavFloat, 4, 16, true, false}, {kMuLaw, kWavMuLaw, 1, 18, false, true},
-    {kALaw, kWavALaw, 1, 18, false, true},
+    {kPcm8, kWavPcm, 8, 0, 16, 0},
+    {kPcm16, kWavPcm, 16, 0, 16, 0},
+    {kPcm24, kWavPcm, 24, 0, 16, 0},
+    {kPcm32, kWavPcm, 32, 0, 16, 0},
+    {kFloat32, kWavFloat, 32, 0, 16, 0},
+    {kMuLaw, kWavMuLaw, 8, 0, 18, 0},
+    {kALaw, kWavALaw, 8, 0, 18, 0},
+    {kGsm, 0x303, 0, 38, 18, kWavSubUsrGsm},
+    {kGsm, 0x31, 0, 65, 20, 0},
+    {kAdpcm2, 0x64, 2, 32, 16, 0},
+    {kAdpcm3, 0x14, 3, 48, 20, 0},
+    {kAdpcm4, 0x02, 4, 0, 50, kWavSubMs},
+    {kAdpcm4, 0x11, 4, 0, 20, kWavSubIma},
+    {kAdpcm4, 0x20, 4, 1024, 18, kWavSubYamaha},
+    {kAdpcm4, 0x40, 4, 64, 20, 0},
+    {kAdpcm5, 0x14, 5, 80, 20, 0},
 };
+bool isCoded(const WavCode& row) {
+    return (row.code & (kGsm | kAdpcm2 | kAdpcm3 | kAdpcm4 | kAdpcm5)) != 0;
+}
+bool holdsStereo(const WavCode& row) {
+    return !isCoded(row) || (row.subType != 0 && row.code != kGsm);
+}
+
+bool isExtensible(u32 subType) {
+    return subType == kWavSubExtensible;
+}
+bool isLaw(const WavCode& row) {
+    return row.code == kMuLaw || row.code == kALaw;
+}
 
 const WavCode* findCode(u32 formatWord, u32 subType) {
     for (const WavCode& row : kCodes) {
-        if (row.code != (formatWord & kCodeMask)) continue;
-        if (subType == kWavSubExtensible && !row.extensible) break;
+        if (row.code != (formatWord & kCodeMask) || (row.subType != 0 && row.subType != subType)) continue;
+        if (isExtensible(subType) && (row.fmtSize != 16 || isCoded(row))) break;
         return &row;
     }
     Fail("wav_Exp", "Unsupported subformat");
     return nullptr;
 }
 
-void writeFmt(ByteWriter& out, const WavCode& row, const Wave& wave, u32 channels, bool extensible) {
-    const auto block = static_cast<u16>(row.bytes * channels);
-    const auto bits = static_cast<u16>(row.bytes * 8);
+/// Bytes of a block for one channel: about as long in time at any rate.
+u32 channelBlock(u32 rate) {
+    u32 bytes = 256;
+    for (u32 limit = 11025; limit < rate && bytes < 2048; limit *= 2) bytes *= 2;
+    return bytes;
+}
+
+/// The encoder of a coded row; none for plain samples.
+std::optional<CodedWriter> codedWriter(const WavCode& row, u32 rate, u32 channels) {
+    const u32 block = channelBlock(rate) * channels;
+    switch (row.tag) {
+        case 0x02:
+            return msWriter(channels, block);
+        case 0x11:
+            return imaWriter({channels, 4, block, std::numeric_limits<u32>::max()});
+        case 0x20:
+            return yamahaWriter(channels == 2);
+        case 0x31:
+            return gsmWriter(false);
+        case 0x303:
+            return usrGsmWriter(0xFE);
+        default:
+            break;
+    }
+    if (!isCoded(row)) return {};
+    return g726Writer(row.bits, true);
+}
+
+/// What follows the 16 bytes that all fmt chunks have.
+void writeExtension(ByteWriter& out, const WavCode& row, const CodedWriter* coded) {
+    if (row.fmtSize < 18) return;
+    out.u16le(static_cast<u16>(row.fmtSize - 18));
+    if (row.fmtSize < 20) return;
+    const bool inBlocks = coded->wholeUnits && coded->unitFrames > 1;
+    out.u16le(static_cast<u16>(inBlocks ? coded->unitFrames : 0));
+    if (row.tag != 0x02) return;
+    out.u16le(static_cast<u16>(msStandardCoefficients().size()));
+    for (const MsCoefficients& pair : msStandardCoefficients())
+        out.u16le(static_cast<u16>(pair.c1)).u16le(static_cast<u16>(pair.c2));
+}
+
+u32 bytesPerSecond(const WavCode& row, const CodedWriter* coded, u32 rate, u32 block) {
+    if (!coded) return rate * block;
+    if (coded->wholeUnits) return static_cast<u32>(u64{rate} * coded->unitBytes / coded->unitFrames);
+    return static_cast<u32>((u64{rate} * row.bits * coded->channels + 7) / 8);
+}
+
+void writeFmt(ByteWriter& out, const WavCode& row, const Wave& wave, u32 channels, const CodedWriter* coded,
+              bool extensible) {
+    const auto block = static_cast<u16>(!coded             ? row.bits / 8 * channels
+                                        : row.subType != 0 ? coded->unitBytes
+                                                           : row.block);
     out.text("fmt ").u32le(extensible ? 40 : row.fmtSize);
     out.u16le(extensible ? u16{kWavExtensible} : row.tag).u16le(static_cast<u16>(channels));
-    out.u32le(wave.sampleRate).u32le(wave.sampleRate * block).u16le(block).u16le(bits);
+    out.u32le(wave.sampleRate).u32le(bytesPerSecond(row, coded, wave.sampleRate, block));
+    out.u16le(block).u16le(row.bits);
     if (extensible) {
         constexpr std::array<u8, 12> kGuidTail{0, 0, 0x10, 0, 0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71};
-        out.u16le(22).u16le(bits).u32le(channels == 1 ? 4 : 3).u32le(row.tag);
+        out.u16le(22).u16le(row.bits).u32le(channels == 1 ? 4 : 3).u32le(row.tag);
         out.bytes(std::as_bytes(std::span(kGuidTail)));
-    } else if (row.fmtSize == 18) {
-        out.u16le(0);
+    } else {
+        writeExtension(out, row, coded);
     }
 }
 
@@ -169,19 +245,23 @@ void writeFormHeader(ByteWriter& out, u64 formBytes, u64 dataBytes, u64 frames) 
 bool wavParts(const Wave& wave, u32 frames, u32 formatWord, u32 subType, f32, WavParts& parts) {
     const WavCode* row = findCode(formatWord, subType);
     if (!row) return false;
-    const u32 channels = writableChannels(wave.channels, formatWord);
+    u32 channels = writableChannels(wave.channels, formatWord);
     if (channels == 0) return false;
+    if (!holdsStereo(*row)) channels = 1;
+    parts.coded = codedWriter(*row, wave.sampleRate, channels);
+    const CodedWriter* coded = parts.coded ? &*parts.coded : nullptr;
     const bool bare = subType == kWavSubBare, cwdt = subType == kWavSubCwdt;
     parts.word = formatWord & (kCodeMask | kMonoBit | kStereoBit);
     if (row->code == kPcm8) parts.word |= kUnsigned;
-    parts.dataBytes = u64{frames} * channels * row->bytes;
+    parts.dataBytes = coded ? coded->bytesFor(frames) : u64{frames} * channels * row->bits / 8;
 
     // A float or Extensible file takes over what the last file of another kind left in its fact chunk.
     u32& fact = workspace().wavFact;
-    if (row->setsFact) fact = frames;
+    if (coded || isLaw(*row)) fact = frames;
+    if (row->code == kGsm) fact = saturate<u32>(static_cast<f64>(ceilDiv(frames, 320) * 320));
     ByteWriter chunks;
-    writeFmt(chunks, *row, wave, channels, subType == kWavSubExtensible);
-    if (row->tag != kWavPcm || subType == kWavSubExtensible) chunks.text("fact").u32le(4).u32le(fact);
+    writeFmt(chunks, *row, wave, channels, coded, isExtensible(subType));
+    if (row->tag != kWavPcm || isExtensible(subType)) chunks.text("fact").u32le(4).u32le(fact);
     if (bare) writeSmpl(chunks, wave, frames, false);
 
     ByteWriter tail;
@@ -209,7 +289,9 @@ bool wav_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool pe
     WavParts parts;
     if (!wavParts(wave, blocks->frames(), formatWord, subType, kbps, parts)) return false;
     if (!file.write(parts.head)) return Fail("wav_Exp", "Writing to file failed");
-    if (!writeSamples(*blocks, parts.word, *file.sink)) return false;
+    if (!(parts.coded ? writeCoded(*blocks, *parts.coded, *file.sink)
+                      : writeSamples(*blocks, parts.word, *file.sink)))
+        return false;
     return file.write(parts.tail) || Fail("wav_Exp", "Writing to file failed");
 }
 

@@ -1,7 +1,10 @@
 // Writing of RIFF WAVE files.
 #pragma once
 
+#include <optional>
+
 #include "base/file_context.h"
+#include "formats/codecs/coded_stream.h"
 
 namespace kv {
 
@@ -11,14 +14,19 @@ class Wave;
 /// Sub-types of the writer besides 0.
 inline constexpr u32 kWavSubExtensible = 0xFFFE;
 inline constexpr u32 kWavSubBare = 0xFFFFFFFF; ///< smpl ahead of the data, and nothing behind it
+inline constexpr u32 kWavSubMs = 0x02;         ///< four-bit codes are Microsoft's
+inline constexpr u32 kWavSubIma = 0x11;        ///< four-bit codes are the IMA's
+inline constexpr u32 kWavSubYamaha = 0x20;     ///< four-bit codes are Yamaha's
+inline constexpr u32 kWavSubUsrGsm = 0x303;    ///< GSM stands in a modem's records
 inline constexpr u32 kWavSubCwdt = 0x54445743; ///< "CWDT": as samplers want it, with their own data
 
 /// All of a WAV file but its samples.
 struct WavParts {
-    Bytes head;        ///< up to the first sample
-    u64 dataBytes = 0; ///< of samples
-    Bytes tail;        ///< behind the last sample, pad byte included
-    u32 word = 0;      ///< data format word that the samples are written in
+    Bytes head;                       ///< up to the first sample
+    u64 dataBytes = 0;                ///< of samples
+    Bytes tail;                       ///< behind the last sample, pad byte included
+    u32 word = 0;                     ///< data format word that the samples are written in
+    std::optional<CodedWriter> coded; ///< writes the samples in place of the word
 };
 
 /// Lays out the file for `frames` frames of the wave. `kbps` is for compressed codes. False with the error

@@ -49,6 +49,10 @@ void addInput(CLI::App& app, InputOptions& input) {
         ->type_name("NAME");
     app.add_flag("--raw-big-endian", input.rawBigEndian, "Raw samples stand most significant byte first");
     app.add_flag("--raw-unsigned", input.rawUnsigned, "Raw samples are unsigned");
+    app.add_option("--codec-bits", input.codecBits,
+                   "Bits of a code, where a coded raw format has several widths")
+        ->type_name("N")
+        ->check(CLI::Range(2U, 8U));
     app.add_option("--raw-offset", input.rawOffset, "Bytes before the first raw sample")->type_name("BYTES");
 }
 

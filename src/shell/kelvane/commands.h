@@ -39,6 +39,7 @@ struct InputOptions {
     std::optional<std::string> rawFormat;
     bool rawBigEndian = false, rawUnsigned = false;
     std::optional<u64> rawOffset;
+    u32 codecBits = 0; ///< per code, where a format has several widths; 0: to be asked for
 
     bool raw() const {
         return rawRate || rawChannels || rawFormat || rawBigEndian || rawUnsigned || rawOffset;

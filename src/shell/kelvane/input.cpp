@@ -39,6 +39,7 @@ bool openInput(const std::string& path, const InputOptions& options, TerminalUi&
         row = chooseRow(options.as, RowUse::Read);
         if (row < 0) return Fail("Import", "\"{}\" is no format that can be read", options.as);
     }
+    workspace().rawSource.codeBits = options.codecBits;
     if (options.raw()) {
         if (!describeRaw(options, workspace().rawSource)) return false;
         ui.answer = [](std::string_view caption) { return caption == "Unknown file type!" ? 0 : -1; };

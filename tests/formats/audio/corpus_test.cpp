@@ -20,6 +20,7 @@ protected:
         }
         return paths;
     }
+    static bool isCoded(const Wave& wave) { return wave.bits < 8; }
     /// 16-bit little-endian samples of a file as sox decodes them.
     static Bytes soxSamples(const fs::path& path) {
         const std::string command = "sox -D '" + path.string() + "' -t s16 - 2>/dev/null";
@@ -43,7 +44,7 @@ TEST_F(Corpus, SamplesEqualThoseOfAnIndependentDecoder) {
         Wave* wave = store().First<Wave>();
         // 8 bits come in by a rule of ours, and sox rounds what is longer than 16 bits in its own way.
         if (wave->preferredFormat != kPcm16 && wave->preferredFormat != kMuLaw &&
-            wave->preferredFormat != kALaw)
+            wave->preferredFormat != kALaw && !isCoded(*wave))
             continue;
         const Bytes theirs = soxSamples(path);
         if (theirs.empty() || !space.diagnostics.entries().empty()) {
@@ -54,8 +55,10 @@ TEST_F(Corpus, SamplesEqualThoseOfAnIndependentDecoder) {
         ASSERT_TRUE(ExportTo(sink, rowOf("Signed words (16-bit) - Little Endian"), "-", wave,
                              kPcm16 | kMonoBit | kStereoBit, 0, false))
             << path << failure();
-        EXPECT_TRUE(sink.view().size() == theirs.size() &&
-                    std::equal(theirs.begin(), theirs.end(), sink.view().begin()))
+        // sox doesn't cut what fills a last block up.
+        EXPECT_TRUE(
+            (sink.view().size() == theirs.size() || (isCoded(*wave) && sink.view().size() < theirs.size())) &&
+            std::equal(sink.view().begin(), sink.view().end(), theirs.begin()))
             << path;
         ++compared;
     }
@@ -67,7 +70,7 @@ TEST_F(Corpus, SecondWritingIsEqualToTheByte) {
     for (const fs::path& path : waves()) {
         for (const char* extension : {"wav", "w64"}) {
             space.wavFact = 0; // as in a process of its own
-            if (!Import(path, false)) continue;
+            if (!Import(path, false) || isCoded(*store().First<Wave>())) continue; // which loses each time
             const SampleParams params = store().First<Wave>()->params;
             const std::vector<CuePoint> cues = store().First<Wave>()->cuePoints;
             const fs::path first = exportAs(std::string("first.") + extension);
