@@ -52,6 +52,8 @@ constexpr std::string_view kUnwritten[] = {
     "eqEnable"};
 
 void addUnwritten(const Articulation& sounding, std::set<std::string_view>& lost) {
+    // A bank's release counts from the sustain level, so that without one there is none.
+    if (sounding.eg1Sustain <= 0 && sounding.eg1Release > 0) lost.insert("eg1Release");
     static const std::set<std::string_view> kNames(std::begin(kUnwritten), std::end(kUnwritten));
     for (const ArticulationField& field : articulationFields()) {
         if (kNames.contains(field.name) && field.get(sounding) != field.initial()) lost.insert(field.name);

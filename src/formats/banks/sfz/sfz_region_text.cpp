@@ -154,9 +154,10 @@ void addPitch(Lines& lines, const SampleParams& params, const SfzRegionContext& 
     lines.field("pitch_keytrack", a);
     lines.endLine();
     const f64 semitones = params.fineTune * 0.01 + static_cast<f64>(a.masterTune);
-    const f64 whole = std::clamp(std::round(semitones), -127.0, 127.0);
+    // A half stays with the cents, as in the model.
+    const i32 whole = std::clamp(roundHalf(semitones, 0.499), -127, 127);
     const i32 cents = std::clamp(roundHalf((semitones - whole) * 100), -100, 100);
-    if (whole != 0) lines.whole("transpose", static_cast<i64>(whole));
+    if (whole != 0) lines.whole("transpose", whole);
     if (cents != 0) lines.whole("tune", cents);
     lines.endLine();
     if (a.pitchBendRange != 2) {

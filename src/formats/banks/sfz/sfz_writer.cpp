@@ -162,6 +162,7 @@ bool sfz_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool pe
     else
         return Fail(kContext, "The file format can not save this item");
     if (!writableWord(formatWord, perWave)) return false;
+    if (file.path == "-") return Fail(kContext, "Sample files need a folder to stand in");
 
     fs::path folder = file.path.parent_path();
     std::string prefix;
