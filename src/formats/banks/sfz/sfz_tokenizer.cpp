@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::string_view kLineEnds("\n\r\0", 3);
 constexpr std::string_view kBlanks(" \t\b", 3);
-constexpr std::string_view kValueEnds(" \t\b\n\r\0", 6);
+constexpr std::string_view kValueEnds("< \t\b\n\r\0", 7);
 
 bool isBlank(char c) {
     return kBlanks.find(c) != kBlanks.npos;
@@ -64,14 +64,14 @@ SfzToken SfzTokenizer::comment() {
 }
 
 SfzToken SfzTokenizer::section() {
-    const std::size_t start = at_ + 1, end = lineEnd(start);
-    const std::size_t close = text_.substr(start, end - start).find('>');
-    if (close == std::string_view::npos) {
-        at_ = end;
+    constexpr std::string_view kEnds(">\n\r\0", 4);
+    const std::size_t start = at_ + 1;
+    const std::size_t end = std::min(text_.find_first_of(kEnds, start), text_.size());
+    at_ = end;
+    if (end == text_.size() || text_[end] != '>')
         return {SfzTokenKind::Word, text_.substr(start - 1, end - start + 1), {}};
-    }
-    at_ = start + close + 1;
-    return {SfzTokenKind::Section, text_.substr(start, close), {}};
+    ++at_;
+    return {SfzTokenKind::Section, text_.substr(start, end - start), {}};
 }
 
 SfzToken SfzTokenizer::directive(std::string_view name) {
@@ -99,16 +99,16 @@ std::string_view SfzTokenizer::plainValue() {
 
 /// A path may hold blanks: it ends before the name of the next opcode, a section or a comment on the line.
 std::string_view SfzTokenizer::pathValue() {
-    const std::size_t start = at_, end = lineEnd(start);
+    const std::size_t start = at_;
     std::size_t blank = start; // the last one that was passed
     bool passed = false;
-    for (; at_ < end; ++at_) {
+    for (; at_ < text_.size(); ++at_) {
         const char c = text_[at_];
+        if (c == '<' || kLineEnds.find(c) != kLineEnds.npos) break;
         if (isBlank(c)) {
             blank = at_;
             passed = true;
-        } else if (passed && blank + 1 == at_ &&
-                   (c == '<' || (c == '/' && at_ + 1 < end && text_[at_ + 1] == '/'))) {
+        } else if (passed && blank + 1 == at_ && text_.substr(at_, 2) == "//") {
             break;
         } else if (c == '=' && passed) {
             at_ = blank;

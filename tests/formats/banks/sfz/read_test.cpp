@@ -91,7 +91,7 @@ TEST_F(SfzTest, ReadsPlayingParameters) {
         {"offset=5 end=900", 60, 0, kLooped, 100, 200, 5, -100},
         {"end=99999", 60, 0, kLooped, 100, 200, 0, 0},
         {"volume=-3 amp_keytrack=0.5 amp_keycenter=58", 60, -2, kLooped, 100, 200, 0, 0},
-        {"tune=150", 58, 0, kLooped, 100, 200, 0, 0}, // whole semitones move the key
+        {"tune=150", 59, 0, kLooped, 100, 200, 0, 0}, // whole semitones move the key
     };
     for (const Case& c : cases) {
         const auto all = read(fmt::format("<region> sample=a.wav {}", c.opcodes));

@@ -74,7 +74,7 @@ TEST_F(SfzWriteTest, WritesEachGroupWhenItHasSomethingToSay) {
         {[](R&, A& a, P& p) { p.rootKey = 61, a.keyToPitch = 0.5F; },
          " loop_mode=no_loop| pitch_keycenter=61 pitch_keytrack=50|"},
         {[](R&, A& a, P& p) { p.fineTune = -50, a.masterTune = 2; },
-         " loop_mode=no_loop| transpose=2 tune=-50|"},
+         " loop_mode=no_loop| transpose=1 tune=50|"},
         {[](R&, A& a, P&) { a.pitchBendRange = 99; }, " loop_mode=no_loop| bend_up=9600 bend_down=-9600|"},
         {[](R&, A& a, P&) {
              a.eg2ToPitch = -1, a.eg2Hold = 1, a.eg2Decay = 4, a.eg2Sustain = 0.25F, a.eg2Release = 2;
