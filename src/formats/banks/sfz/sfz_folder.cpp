@@ -24,8 +24,10 @@ std::optional<fs::path> SfzFolder::find(std::string_view text) {
     if (const fs::path written = folder_ / text; isFile(written)) return written;
     std::string slashes(text);
     std::replace(slashes.begin(), slashes.end(), '\\', '/');
-    const fs::path path = folder_ / slashes;
-    return isFile(path) ? path : findAnyCase(slashes);
+    if (slashes != text) {
+        if (const fs::path path = folder_ / slashes; isFile(path)) return path;
+    }
+    return findAnyCase(slashes);
 }
 
 const SfzFolder::Names& SfzFolder::namesIn(const fs::path& folder) {

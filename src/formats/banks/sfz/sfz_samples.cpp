@@ -65,8 +65,12 @@ void warn(std::string_view sample, std::string_view text) {
 } // namespace
 
 Wave* SfzSamples::wave(const std::string& prefix, const std::string& sample) {
+    constexpr u32 kMostMissing = 10'000; // looking for a file takes long
     const auto [known, isNew] = byName_.try_emplace(prefix + '\n' + sample);
-    if (isNew) known->second = find(prefix, sample);
+    if (!isNew || missing_ > kMostMissing) return known->second;
+    known->second = find(prefix, sample);
+    if (!known->second && ++missing_ > kMostMissing)
+        warn("*", "too many are missing; no more are looked for");
     return known->second;
 }
 

@@ -24,8 +24,9 @@ private:
     Wave* load(const std::filesystem::path& path, const std::string& sample) const;
 
     SfzFolder& folder_;
-    std::unordered_map<std::string, Wave*> byName_; ///< by prefix and sample
+    std::unordered_map<std::string, Wave*> byName_; ///< by prefix and sample; null: there is none
     std::unordered_map<std::string, Wave*> byPath_;
+    u32 missing_ = 0;
 };
 
 } // namespace kv

@@ -242,6 +242,18 @@ TEST_F(SfzTest, TellsOfSamplesThatItCantRead) {
     EXPECT_EQ(told("sample"), "../out.wav: outside of the bank's folder\n");
 }
 
+TEST_F(SfzTest, ReadsOggSamples) {
+    std::filesystem::copy_file(std::filesystem::path(KV_SOURCE_DIR) / "fuzz/seeds/packed/mono.ogg",
+                               folder / "a.ogg");
+    const auto all = read("<region>sample=a.ogg");
+    if (told("sample").find("libvorbisfile3") != std::string::npos) GTEST_SKIP() << "no library";
+    ASSERT_EQ(all.size(), 1U) << told("sample");
+    Wave* wave = RegionWave(*all[0]);
+    EXPECT_EQ(wave->name(), "a");
+    EXPECT_TRUE(wave->frames > 0 && wave->LoadData()) << failure();
+    EXPECT_EQ(wave->samplesFloat.size(), wave->sampleCount());
+}
+
 TEST_F(SfzTest, LeavesTheBlockToAWaveThatOneRegionPlays) {
     addSample("a.wav");
     addSample("b.wav");
