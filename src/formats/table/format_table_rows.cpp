@@ -7,6 +7,8 @@
 #include "formats/audio/wav_reader.h"
 #include "formats/audio/wav_writer.h"
 #include "formats/audio/wave64.h"
+#include "formats/banks/sfz/sfz_reader.h"
+#include "formats/banks/sfz/sfz_writer.h"
 #include "formats/banks/soundfont/sf_reader.h"
 #include "formats/banks/soundfont/sf_writer.h"
 #include "formats/songs/smf.h"
@@ -426,9 +428,9 @@ constexpr FormatRow kRows[] = {
     {"sfd", "SoundStage data", R, kWave, 0, 0, detectAlways2},
     {"sfi", "SoundStage info", R, kWave},
     {"sfr", "Sonic Foundry sample", R, kWave},
-    {"sfz", "rgc:audio SFZ bank", R, kInstrument, 0, 0, sfzText},
-    {"sfz", "rgc:audio SFZ (samples in same folder)", W, kWaveOrInstrument, 0xD000035, 0, nullptr, nullptr, nullptr, false, nullptr, true},
-    {"sfz", "rgc:audio SFZ (samples in sub-folder)", W, kWaveOrInstrument, 0xD000035, 1, nullptr, nullptr, nullptr, false, nullptr, true},
+    {"sfz", "rgc:audio SFZ bank", R, kInstrument, 0, 0, sfzText, sfz_Imp},
+    {"sfz", "rgc:audio SFZ (samples in same folder)", W, kWaveOrInstrument, 0xD000035, 0, nullptr, nullptr, sfz_Exp, true, nullptr, true},
+    {"sfz", "rgc:audio SFZ (samples in sub-folder)", W, kWaveOrInstrument, 0xD000035, 1, nullptr, nullptr, sfz_Exp, true, nullptr, true},
     {"shn", "Shorten lossless", RW, kWave, 0xC000105, 0, magic<"ajkg">},
     {"smd", "J-Phone / SmdEd song", R, kSong},
     {"smp", "AdLib Gold sample", R, kWave},
