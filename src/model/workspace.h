@@ -2,6 +2,9 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
+#include <string>
+#include <unordered_map>
 
 #include "base/run_context.h"
 #include "model/app_settings.h"
@@ -28,6 +31,14 @@ struct Workspace : RunContext {
     std::filesystem::path stateFolder; ///< of the saved states
     bool importInProgress = false;     ///< constructors of items tell the status line
     bool exportInProgress = false;
+    /// While many items are saved, which do not change meanwhile: the files of samples that were written beside
+    /// them, by path, with the wave and its data format word, so that the next item need not compare them.
+    struct WrittenSample {
+        ItemId wave;
+        u32 word;
+        friend bool operator==(const WrittenSample&, const WrittenSample&) = default;
+    };
+    std::optional<std::unordered_map<std::string, WrittenSample>> writtenSamples;
     u32 wavFact = 0; ///< what the last WAV file that has frames to tell left for the next fact chunk
 };
 

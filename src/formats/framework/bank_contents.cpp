@@ -68,4 +68,31 @@ void BankContents::wrap(Item& item) {
     temporary_->AddChild(layer->id());
 }
 
+namespace {
+
+/// The records are the same but for their override flags.
+bool sameBlock(SampleParams a, const SampleParams& b) {
+    a.override = b.override;
+    return a == b;
+}
+
+} // namespace
+
+void moveBlocksIntoWaves() {
+    std::unordered_map<ItemId, u32> uses;
+    for (const Region& region : store().all<Region>()) {
+        if (const Wave* wave = RegionWave(region)) ++uses[wave->id()];
+    }
+    for (Region& region : store().all<Region>()) {
+        Wave* wave = RegionWave(region);
+        if (!wave || !region.params.override) continue;
+        if (sameBlock(region.params, wave->params)) {
+            region.params.override = false;
+        } else if (uses[wave->id()] == 1 && region.params.startOffset == 0 && region.params.endOffset == 0) {
+            wave->params = region.params;
+            region.params.override = false; // waves have no offsets, so those stay with their region
+        }
+    }
+}
+
 } // namespace kv

@@ -45,4 +45,8 @@ void forEachRegion(const Layer& layer, Do work) {
     }
 }
 
+/// After a read: regions drop a block of their own that equals their wave's; one that is its wave's only
+/// player and has no offsets gives it its block.
+void moveBlocksIntoWaves();
+
 } // namespace kv

@@ -230,11 +230,25 @@ void SaveAllRun::run(const std::vector<ItemId>& ids) {
 
 } // namespace
 
+namespace {
+
+/// Remembers what is written beside the items.
+class WrittenSamplesScope {
+public:
+    WrittenSamplesScope() { workspace().writtenSamples.emplace(); }
+    ~WrittenSamplesScope() { workspace().writtenSamples.reset(); }
+    WrittenSamplesScope(const WrittenSamplesScope&) = delete;
+    WrittenSamplesScope& operator=(const WrittenSamplesScope&) = delete;
+};
+
+} // namespace
+
 bool SaveAll(const SaveAllJob& job, SaveAllResult& result) {
     constexpr std::string_view kContext = "Save all in multiple files";
     const FormatRow* row = workspace().formats->row(job.base.row);
     if (!row || !row->exportFn) return Fail(kContext, "Can't 'Save all...' with this file format!");
     FixUpAll(0);
+    const WrittenSamplesScope remember;
     SaveAllRun run(job, *row, result);
     if ((row->typeFlags & kCollectionClass) != 0) {
         run.run(itemsOf(kCollectionClass));

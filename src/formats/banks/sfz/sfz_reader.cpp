@@ -1,10 +1,7 @@
 #include "formats/banks/sfz/sfz_reader.h"
 
 #include <algorithm>
-#include <bitset>
 #include <map>
-#include <unordered_map>
-#include <vector>
 
 #include "base/run_context.h"
 #include "formats/banks/sfz/sfz_mapping.h"
@@ -12,6 +9,8 @@
 #include "formats/banks/sfz/sfz_samples.h"
 #include "formats/banks/sfz/sfz_section.h"
 #include "formats/banks/sfz/sfz_text.h"
+#include "formats/framework/bank_contents.h"
+#include "formats/framework/free_layers.h"
 #include "model/collection.h"
 #include "model/instrument.h"
 #include "model/store.h"
@@ -22,17 +21,18 @@ namespace kv {
 namespace {
 
 constexpr std::size_t kMostRegions = 262'144;
-constexpr std::size_t kMostLayers = 4096; // as many as one key can have sounds
+constexpr std::size_t kMostLayers = 4096; // as many sounds as a key can have
 
-enum class Section : u8 { None, Global, Group, Region, Control, Skipped };
+enum class Section : u8 { None, Global, Master, Group, Region, Control, Skipped };
 
 struct SectionName {
     std::string_view name;
     Section section;
 };
 constexpr SectionName kSections[] = {{"region", Section::Region},   {"group", Section::Group},
-                                     {"global", Section::Global},   {"control", Section::Control},
-                                     {"effects", Section::Skipped}, {"curve", Section::Skipped}};
+                                     {"master", Section::Master},   {"global", Section::Global},
+                                     {"control", Section::Control}, {"effects", Section::Skipped},
+                                     {"curve", Section::Skipped}};
 
 /// Collects the comment lines at the top, up to a line of dashes.
 class TopComment {
@@ -59,43 +59,42 @@ private:
 
 class SfzReader {
 public:
-    explicit SfzReader(FileContext& file)
-        : folder_(file.path.parent_path()), text_(*file.source, file.path, folder_), samples_(folder_) {}
+    SfzReader(FileContext& file, Instrument& instrument)
+        : folder_(file.path.parent_path()),
+          text_(*file.source, file.path, folder_),
+          samples_(folder_),
+          instrument_(instrument),
+          layers_(instrument) {}
 
-    void read(Instrument& instrument);
+    void read();
 
 private:
-    struct Slot {
-        Layer* layer;
-        std::bitset<128> used;
-    };
-
     void beginSection(std::string_view name);
     void endSection();
     void opcode(std::string_view name, std::string_view value);
     void control(std::string_view name, std::string_view value);
     SfzSection* record();
     void buildRegion();
-    void place(Region& region);
-    void settleBlocks();
 
     SfzFolder folder_;
     SfzText text_;
     SfzSamples samples_;
     SfzReport report_;
-    SfzSection global_, group_, region_;
+    SfzSection global_, master_, group_, region_;
     Section section_ = Section::None;
     std::string prefix_; ///< of sample paths
     TopComment comment_;
-    Instrument* instrument_ = nullptr;
-    std::vector<Slot> slots_;
-    std::vector<Region*> regions_;
+    Instrument& instrument_;
+    FreeLayers layers_;
+    std::size_t regions_ = 0;
 };
 
 SfzSection* SfzReader::record() {
     switch (section_) {
         case Section::Global:
             return &global_;
+        case Section::Master:
+            return &master_;
         case Section::Group:
             return &group_;
         case Section::Region:
@@ -105,16 +104,15 @@ SfzSection* SfzReader::record() {
     }
 }
 
-void SfzReader::read(Instrument& instrument) {
-    instrument_ = &instrument;
+void SfzReader::read() {
     for (SfzToken token = text_.next(); token.kind != SfzTokenKind::End; token = text_.next()) {
         if (token.kind == SfzTokenKind::Comment) comment_.add(token.value);
         if (token.kind == SfzTokenKind::Section) beginSection(token.name);
         if (token.kind == SfzTokenKind::Opcode) opcode(token.name, token.value);
     }
     endSection();
-    settleBlocks();
-    instrument.comment = comment_.text();
+    moveBlocksIntoWaves();
+    instrument_.comment = comment_.text();
     report_.tell();
 }
 
@@ -125,14 +123,16 @@ void SfzReader::beginSection(std::string_view name) {
                                      [&](const SectionName& s) { return s.name == name; });
     section_ = known == std::end(kSections) ? Section::Skipped : known->section;
     if (section_ == Section::Skipped) report_.ignore(fmt::format("<{}>", name.substr(0, 64)));
-    if (section_ == Section::Group) group_ = global_;
+    if (section_ == Section::Master) master_ = global_;
+    if (section_ == Section::Group) group_ = master_;
     if (section_ == Section::Region) region_ = group_;
 }
 
 void SfzReader::endSection() {
     if (section_ == Section::Region && !region_.sample.empty()) buildRegion();
-    // Regions that no group follows up on see the global opcodes too.
-    if (section_ == Section::Global) group_ = global_;
+    // Sections that are left out pass on what stands above them.
+    if (section_ == Section::Global) master_ = group_ = global_;
+    if (section_ == Section::Master) group_ = master_;
     section_ = Section::None;
 }
 
@@ -159,55 +159,21 @@ void SfzReader::opcode(std::string_view name, std::string_view value) {
 }
 
 void SfzReader::buildRegion() {
-    if (regions_.size() >= kMostRegions) return report_.tooMany();
+    if (regions_ >= kMostRegions || layers_.count() >= kMostLayers) return report_.tooMany();
     const Wave* wave = samples_.wave(prefix_, region_.sample);
     if (!wave) return;
     Region& region = *store().Create<Region>(kNextFreeNumber, numberOf(wave->id()));
     sfzReadRegion(region_, *wave, region);
     if (region_.bend_down != -i64{region_.bend_up}) report_.ignore("bend_down");
-    place(region);
-}
-
-/// Puts a region into the first layer that has its keys free, or into a new one.
-void SfzReader::place(Region& region) {
-    std::bitset<128> keys;
-    const auto [low, high] = std::minmax(region.keyLow, region.keyHigh);
-    for (std::size_t key = low; key <= high; ++key) keys.set(key);
-    auto slot =
-        std::find_if(slots_.begin(), slots_.end(), [&](const Slot& s) { return (s.used & keys).none(); });
-    if (slot == slots_.end()) {
-        if (slots_.size() >= kMostLayers) {
-            store().Delete(&region);
-            return report_.tooMany();
-        }
-        Layer* layer = store().Create<Layer>(kNextFreeNumber);
-        instrument_->AddChild(layer->id());
-        slot = slots_.insert(slots_.end(), {layer, {}});
-    }
-    slot->used |= keys;
-    slot->layer->AddChild(region.id());
-    regions_.push_back(&region);
-}
-
-/// The only region of a wave leaves its block to the wave. Waves have no offsets, so these keep theirs.
-void SfzReader::settleBlocks() {
-    std::unordered_map<const Wave*, u32> uses;
-    for (const Region* region : regions_) ++uses[RegionWave(*region)];
-    for (Region* region : regions_) {
-        Wave* wave = RegionWave(*region);
-        SampleParams& params = region->params;
-        if (!wave || !params.override || uses[wave] > 1 || params.startOffset != 0 || params.endOffset != 0)
-            continue;
-        wave->params = params;
-        params.override = false;
-    }
+    layers_.place(region);
+    ++regions_;
 }
 
 } // namespace
 
 bool sfz_Imp(Collection& collection, FileContext& file, u32) {
     Instrument& instrument = *store().Create<Instrument>(kNextFreeNumber, 0U, 0U, collection.name().view());
-    SfzReader(file).read(instrument);
+    SfzReader(file, instrument).read();
     return true;
 }
 

@@ -13,6 +13,8 @@ namespace kv {
 
 class Wave;
 
+/// The sample files of a bank. A file that is there already is taken when it holds the same bytes; if not, it
+/// stays as it is, and the sample gets another name.
 class SfzSampleFiles {
 public:
     /// `prefix` stands before the names in the text. `formatWord` has no code with `perWave`.
@@ -23,9 +25,8 @@ public:
     const std::string& pathOf(Wave& wave);
 
 private:
-    std::string uniqueName(const Wave& wave);
-    void write(Wave& wave, const std::filesystem::path& path) const;
-    bool keepSourcesOf(const std::filesystem::path& path) const;
+    std::string nameFor(Wave& wave);
+    bool holds(Wave& wave, u32 word, const std::filesystem::path& path) const;
     u32 wordFor(const Wave& wave) const;
 
     std::filesystem::path folder_;
@@ -33,8 +34,7 @@ private:
     u32 formatWord_;
     bool perWave_;
     std::unordered_map<ItemId, std::string> paths_;
-    std::set<std::string> names_;                                 ///< in lower case
-    std::unordered_map<std::string, std::vector<Wave*>> sources_; ///< waves by the files that they are in
+    std::set<std::string> names_; ///< in lower case
 };
 
 /// The name of an item as part of a path in the text: what ends a path there is replaced.

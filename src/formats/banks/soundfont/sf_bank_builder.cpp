@@ -4,6 +4,7 @@
 #include <unordered_map>
 
 #include "base/run_context.h"
+#include "formats/framework/bank_contents.h"
 #include "model/instrument.h"
 #include "model/store.h"
 #include "model/wave.h"
@@ -109,29 +110,6 @@ void SfBankBuilder::instrumentZone(const SfZone& preset, const SfZone& zone, Tar
 }
 
 namespace {
-
-/// The records are the same but for their override flags.
-bool sameBlock(SampleParams a, const SampleParams& b) {
-    a.override = b.override;
-    return a == b;
-}
-
-void moveBlocksIntoWaves() {
-    std::unordered_map<ItemId, u32> uses;
-    for (const Region& region : store().all<Region>()) {
-        if (const Wave* wave = RegionWave(region)) ++uses[wave->id()];
-    }
-    for (Region& region : store().all<Region>()) {
-        Wave* wave = RegionWave(region);
-        if (!wave || !region.params.override) continue;
-        if (sameBlock(region.params, wave->params)) {
-            region.params.override = false;
-        } else if (uses[wave->id()] == 1 && region.params.startOffset == 0 && region.params.endOffset == 0) {
-            wave->params = region.params;
-            region.params.override = false; // waves have no offsets, so those stay with their region
-        }
-    }
-}
 
 void putLeftFirst(Layer& first, Layer& second) {
     std::unordered_map<u32, std::size_t> leftOnes; // by key range

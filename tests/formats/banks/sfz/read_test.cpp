@@ -19,6 +19,9 @@ TEST_F(SfzTest, SectionsInheritFromTheOnesAbove) {
         {"<group>sample=a.wav lovel=1<region>key=1<group><region>sample=a.wav key=2", {1, 0}},
         {"<global>sample=a.wav lovel=5<group>lovel=6<region>key=1<group><region>key=2", {6, 5}},
         {"<global>sample=a.wav lovel=5<region>key=1", {5}},
+        {"<global>lovel=5<master>sample=a.wav lovel=7<group>key=1<region><master>lovel=8<region>key=2 "
+         "sample=a.wav<global><region>key=3 sample=a.wav",
+         {7, 8, 5}},
         {"<region>key=1", {}},
         {"lovel=3 <region>sample=a.wav", {0}},
         {"<region>sample=a.wav<effects>lovel=9<curve>lovel=9<what>lovel=9", {0}},
@@ -301,13 +304,13 @@ TEST_F(SfzTest, CountsWhatItIgnores) {
     read(
         "<region>sample=a.wav xfin_lokey=1 ampeg_dynamic=1 my=1\n<region>sample=a.wav my=2 eq1_vel2gain=3 "
         "Key=5"
-        "<master>\n<region>sample=a.wav bend_down=-100");
+        "<middle>\n<region>sample=a.wav bend_down=-100");
     EXPECT_EQ(told("my"), "ignored 2 times\n");
     EXPECT_EQ(told("Key"), "ignored 1 time\n");
     EXPECT_EQ(told("xfin_lokey"), "ignored 1 time: regions have no crossfades\n");
     EXPECT_EQ(told("ampeg_dynamic"), "ignored 1 time: envelopes are set when a key is struck\n");
     EXPECT_EQ(told("eq1_vel2gain").substr(0, 14), "ignored 1 time");
-    EXPECT_EQ(told("<master>").substr(0, 14), "ignored 1 time");
+    EXPECT_EQ(told("<middle>").substr(0, 14), "ignored 1 time");
     EXPECT_EQ(told("bend_down").substr(0, 14), "ignored 1 time");
 }
 
