@@ -5,7 +5,9 @@
 #include <cmath>
 #include <vector>
 
+#include "dsp/loudness.h"
 #include "dsp/resampler.h"
+#include "dsp/time_stretch.h"
 #ifdef KV_HAS_SOXR
 #include <soxr.h>
 #endif
@@ -50,6 +52,39 @@ void BM_Resampler(benchmark::State& state) {
     report(state);
 }
 BENCHMARK(BM_Resampler)->DenseRange(0, 7)->Unit(benchmark::kMillisecond);
+
+void BM_OddRatio(benchmark::State& state) { // phases by interpolation
+    const auto in = music();
+    std::vector<f32> out;
+    for (auto _ : state) {
+        resample({kInRate, kInRate + 3, static_cast<int>(state.range(0)), 2}, in, out);
+        benchmark::DoNotOptimize(out.data());
+    }
+    report(state);
+}
+BENCHMARK(BM_OddRatio)->DenseRange(5, 7)->Unit(benchmark::kMillisecond);
+
+void BM_StretchBySpectrum(benchmark::State& state) {
+    const auto in = music();
+    std::vector<f32> out;
+    for (auto _ : state) {
+        stretchBySpectrum(in, 2, kOutRate, static_cast<f64>(state.range(0)) / 100, out);
+        benchmark::DoNotOptimize(out.data());
+    }
+    report(state);
+}
+BENCHMARK(BM_StretchBySpectrum)->Arg(50)->Arg(130)->Arg(200)->Unit(benchmark::kMillisecond);
+
+void BM_Loudness(benchmark::State& state) {
+    const auto in = music();
+    for (auto _ : state) {
+        LoudnessMeter meter(state.range(0) != 0);
+        meter.add(in, 2, kInRate);
+        benchmark::DoNotOptimize(meter.result());
+    }
+    report(state);
+}
+BENCHMARK(BM_Loudness)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 #ifdef KV_HAS_SOXR
 void BM_Soxr(benchmark::State& state) {

@@ -30,7 +30,7 @@ struct BlockLayout {
 };
 
 bool hasSmallFactorsOnly(u64 n) {
-    for (const u64 prime : {2, 3, 5, 7}) {
+    for (const u64 prime : {2U, 3U, 5U, 7U}) {
         while (n % prime == 0) n /= prime;
     }
     return n == 1;

@@ -66,7 +66,7 @@ void LoudnessMeter::count(f64 meanSquare) {
 }
 
 void LoudnessMeter::add(std::span<const f32> samples, std::size_t channels, u32 rate) {
-    const auto block = static_cast<std::size_t>(rate * kBlockSeconds + 0.5);
+    const auto block = static_cast<std::size_t>(std::round(rate * kBlockSeconds));
     if (channels == 0 || block == 0) return;
     const std::size_t frames = samples.size() / channels, full = frames / block;
     const std::size_t blocks = full + (2 * (frames % block) > block ? 1 : 0);
@@ -96,7 +96,7 @@ void LoudnessMeter::add(std::span<const f32> samples, std::size_t channels, u32 
 f64 LoudnessMeter::result() const {
     const u64 sum = std::accumulate(histogram_.begin(), histogram_.end(), u64{0});
     if (sum == 0) return 0;
-    i64 left = static_cast<i64>(static_cast<f64>(sum) * kLoudestPart + 0.5);
+    i64 left = std::llround(static_cast<f64>(sum) * kLoudestPart);
     // The bin at which the loudest part is complete, or the one before if that comes nearer.
     std::size_t bin = 0;
     for (std::size_t i = 0; i < kBins; ++i) {
