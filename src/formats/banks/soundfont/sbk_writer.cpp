@@ -24,7 +24,7 @@ void addPlaying(SfZone& zone, const Articulation& articulation, const Region& re
 } // namespace
 
 bool sbk_Exp(Item& item, FileContext& file, u32, u32, bool, f32) {
-    SfContents contents;
+    BankContents contents;
     if (!contents.gather(item)) return Fail(kContext, "The file format can not save this item");
     reportSfLosses(contents, false);
     const SfVersionWriter version{sbkInstrumentDefaults(), sbk_ZoneOf, addPlaying, kContext, kTooMany};

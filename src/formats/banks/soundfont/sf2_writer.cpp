@@ -35,7 +35,7 @@ void addSampleHeader(ByteWriter& to, const Wave& wave, u32 start, const SfLink& 
     to.u16le(link.other).u16le(link.type);
 }
 
-ByteWriter sampleHeaders(const SfContents& contents, std::span<const SfLink> links) {
+ByteWriter sampleHeaders(const BankContents& contents, std::span<const SfLink> links) {
     ByteWriter headers;
     u32 start = 0;
     for (std::size_t i = 0; i < contents.waves.size(); ++i) {
@@ -50,7 +50,7 @@ ByteWriter sampleHeaders(const SfContents& contents, std::span<const SfLink> lin
 } // namespace
 
 bool sf2_Exp(Item& item, FileContext& file, u32 formatWord, u32, bool, f32) {
-    SfContents contents;
+    BankContents contents;
     if (!contents.gather(item)) return Fail(kContext, "The file format can not save this item");
     const bool wide = (formatWord & kCodeMask) == kPcm24;
     reportSfLosses(contents, wide);

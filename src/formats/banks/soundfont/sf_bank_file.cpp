@@ -223,7 +223,7 @@ void reportInstrument(const Instrument& instrument) {
 
 } // namespace
 
-void reportSfLosses(const SfContents& contents, bool wide) {
+void reportSfLosses(const BankContents& contents, bool wide) {
     for (const Instrument* instrument : contents.instruments) reportInstrument(*instrument);
     for (const Wave* wave : contents.waves) {
         if (wave->channels > 1) addLoss(*wave, "channels", "mixed to one channel");

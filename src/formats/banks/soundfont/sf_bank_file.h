@@ -12,7 +12,7 @@ namespace kv {
 inline constexpr u32 kSfGapPoints = 46;
 
 struct SfBankFile {
-    const SfContents& contents;
+    const BankContents& contents;
     const Item& item; ///< what is saved
     std::string_view context;
     u16 major = 2, minor = 1;
@@ -30,6 +30,6 @@ private:
 };
 
 /// Tells what of the items the format has no place for.
-void reportSfLosses(const SfContents& contents, bool wide);
+void reportSfLosses(const BankContents& contents, bool wide);
 
 } // namespace kv

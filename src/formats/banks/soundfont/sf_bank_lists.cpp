@@ -8,7 +8,6 @@
 #include "base/run_context.h"
 #include "formats/banks/soundfont/sf_tables.h"
 #include "model/articulation_levels.h"
-#include "model/collection.h"
 #include "model/instrument.h"
 #include "model/store.h"
 #include "model/wave.h"
@@ -19,23 +18,6 @@ namespace kv {
 namespace {
 
 constexpr u32 kMostRecords = 65535; // that an index of 16 bits can tell
-
-template <class Do>
-void forEachLayer(const Instrument& instrument, Do work) {
-    for (std::size_t i = 0; i < instrument.childIds.size(); ++i) {
-        if (Layer* layer = store().Find<Layer>(instrument.childIds[i])) work(*layer, i);
-    }
-}
-
-/// The regions of a layer that play a wave.
-template <class Do>
-void forEachRegion(const Layer& layer, Do work) {
-    for (const ItemId id : layer.childIds) {
-        Region* region = store().Find<Region>(id);
-        Wave* wave = region ? RegionWave(*region) : nullptr;
-        if (wave) work(*region, *wave);
-    }
-}
 
 /// A text in the 8-bit form of old files where that can tell it, else in UTF-8; cut to a number of bytes.
 std::string storedText(std::string_view text, std::size_t bytes) {
@@ -60,69 +42,6 @@ u16 bankOf(const Instrument& instrument) {
 void addSfName(ByteWriter& to, std::string_view name) {
     const std::string stored = storedText(name, kSfNameBytes);
     to.text(stored).fill(kSfNameBytes - stored.size());
-}
-
-// ---- What is saved
-
-SfContents::~SfContents() {
-    store().Delete(temporary_);
-}
-
-bool SfContents::gather(Item& item) {
-    switch (classOf(item.id())) {
-        case kCollectionClass:
-            for (Instrument& instrument : store().all<Instrument>()) instruments.push_back(&instrument);
-            for (Wave& wave : store().all<Wave>()) waves.push_back(&wave);
-            return true;
-        case kInstrumentClass:
-            instruments.push_back(static_cast<Instrument*>(&item));
-            break;
-        case kLayerClass:
-        case kRegionClass:
-        case kWaveClass:
-            wrap(item);
-            break;
-        default:
-            return false;
-    }
-    std::unordered_map<ItemId, bool> used;
-    for (const Instrument* instrument : instruments) {
-        forEachLayer(*instrument, [&](const Layer& layer, std::size_t) {
-            forEachRegion(layer, [&](const Region&, const Wave& wave) { used[wave.id()] = true; });
-        });
-    }
-    for (Wave& wave : store().all<Wave>()) {
-        if (used.contains(wave.id())) waves.push_back(&wave);
-    }
-    return true;
-}
-
-/// The copy of a region or layer takes along what it sounds with by the levels above.
-void SfContents::wrap(Item& item) {
-    temporary_ = store().Create<Instrument>(kNextFreeNumber, 0U, 0U, item.name().view(), false);
-    instruments.push_back(temporary_);
-    Layer* layer = nullptr;
-    if (classOf(item.id()) == kLayerClass) {
-        const auto& source = static_cast<const Layer&>(item);
-        layer = store().Create<Layer>(source, kNextFreeNumber);
-        if (const Instrument* above = InstrumentOfLayer(source)) {
-            layer->articulation = resolveArticulation(above, &source, nullptr);
-            temporary_->SetName(above->name(), false);
-        }
-    } else if (classOf(item.id()) == kRegionClass) {
-        const auto& source = static_cast<const Region&>(item);
-        layer = store().Create<Layer>(kNextFreeNumber);
-        Region* copy = store().Create<Region>(source, kNextFreeNumber);
-        layer->AddChild(copy->id());
-        if (const Layer* above = LayerOfRegion(source)) {
-            const Articulation sounding = resolveArticulation(InstrumentOfLayer(*above), above, &source);
-            if (sounding.enabled) copy->articulation = sounding;
-        }
-        if (const Wave* wave = RegionWave(source)) temporary_->SetName(wave->name(), false);
-    } else {
-        layer = store().Create<Layer>(kNextFreeNumber, numberOf(item.id()));
-    }
-    temporary_->AddChild(layer->id());
 }
 
 // ---- The tables

@@ -10,34 +10,11 @@
 
 #include "base/bytes.h"
 #include "formats/banks/soundfont/sf_zone.h"
-#include "model/item_id.h"
+#include "formats/framework/bank_contents.h"
 
 namespace kv {
 
 struct Articulation;
-class Instrument;
-class Item;
-class Layer;
-class Region;
-class Wave;
-
-/// What is saved: an item's instruments and waves. An item below an instrument gets one for the time being.
-class SfContents {
-public:
-    /// False for an item that no bank can hold.
-    bool gather(Item& item);
-    SfContents() = default;
-    ~SfContents();
-    SfContents(const SfContents&) = delete;
-    SfContents& operator=(const SfContents&) = delete;
-
-    std::vector<Instrument*> instruments;
-    std::vector<Wave*> waves; ///< in list order
-
-private:
-    void wrap(Item& item);
-    Instrument* temporary_ = nullptr;
-};
 
 /// A version's way of telling what shapes a sound.
 struct SfVersionWriter {
@@ -56,7 +33,7 @@ struct SfLink {
 
 class SfBankLists {
 public:
-    SfBankLists(const SfContents& contents, const SfVersionWriter& version)
+    SfBankLists(const BankContents& contents, const SfVersionWriter& version)
         : contents_(contents), version_(version) {}
 
     /// Each layer becomes an instrument of the bank. When that makes more records than 16 bits can count,
@@ -106,7 +83,7 @@ private:
     void addGenerator(Zones& zones, u16 number, u16 amount);
     void addModulator(Zones& zones, std::size_t slot, i16 amount);
 
-    const SfContents& contents_;
+    const BankContents& contents_;
     const SfVersionWriter& version_;
     std::unordered_map<ItemId, u16> waveIndex_;
     std::vector<SfLink> links_;
