@@ -59,25 +59,6 @@ void writeText(ByteWriter& out, std::string_view id, std::string_view text, std:
     out.fill(size - std::min(size, text.size()));
 }
 
-void writeInfo(ByteWriter& out, const Wave& wave, bool withSoftware) {
-    const std::size_t start = out.size();
-    out.text("LIST").u32le(0).text("INFO");
-    const std::string_view name = wave.name();
-    writeText(out, "INAM", name, (name.size() + 2) & ~std::size_t{1}); // always with a terminator
-    const std::pair<std::string_view, std::string_view> items[] = {
-        {"ISFT", withSoftware ? "Kelvane Studio v11.4" : ""},
-        {"IART", wave.artist},
-        {"IPRD", wave.album},
-        {"ICOP", wave.copyright},
-        {"ICMT", wave.comments},
-        {"IENG", wave.engineer},
-    };
-    for (const auto& [id, text] : items) {
-        if (!text.empty()) writeText(out, id, text, (text.size() + 1) & ~std::size_t{1});
-    }
-    out.patchU32le(start + 4, static_cast<u32>(out.size() - start - 8));
-}
-
 /// A cue point as it is written.
 struct OutCue {
     u32 position;
@@ -166,28 +147,65 @@ void writeFormHeader(ByteWriter& out, u64 formBytes, u64 dataBytes, u64 frames) 
 
 } // namespace
 
-bool wavParts(const Wave& wave, u32 frames, u32 formatWord, u32 subType, f32, WavParts& parts) {
+void wav_WriteInfo(ByteWriter& out, const Wave& wave, bool withSoftware) {
+    const std::size_t start = out.size();
+    out.text("LIST").u32le(0).text("INFO");
+    const std::string_view name = wave.name();
+    writeText(out, "INAM", name, (name.size() + 2) & ~std::size_t{1}); // always with a terminator
+    const std::pair<std::string_view, std::string_view> items[] = {
+        {"ISFT", withSoftware ? "Kelvane Studio v11.4" : ""},
+        {"IART", wave.artist},
+        {"IPRD", wave.album},
+        {"ICOP", wave.copyright},
+        {"ICMT", wave.comments},
+        {"IENG", wave.engineer},
+    };
+    for (const auto& [id, text] : items) {
+        if (!text.empty()) writeText(out, id, text, (text.size() + 1) & ~std::size_t{1});
+    }
+    out.patchU32le(start + 4, static_cast<u32>(out.size() - start - 8));
+}
+
+u32 wavCodes() {
+    u32 codes = 0;
+    for (const WavCode& row : kCodes) codes |= row.code;
+    return codes;
+}
+
+bool wavEncoding(const Wave& wave, u32 formatWord, u32 subType, WavEncoding& encoding) {
     const WavCode* row = findCode(formatWord, subType);
     if (!row) return false;
     const u32 channels = writableChannels(wave.channels, formatWord);
     if (channels == 0) return false;
+    ByteWriter fmt;
+    writeFmt(fmt, *row, wave, channels, subType == kWavSubExtensible);
+    encoding.fmt = fmt.take();
+    encoding.word = formatWord & (kCodeMask | kMonoBit | kStereoBit);
+    if (row->code == kPcm8) encoding.word |= kUnsigned;
+    encoding.frameBytes = channels * row->bytes;
+    encoding.linear = row->tag == kWavPcm;
+    return true;
+}
+
+bool wavParts(const Wave& wave, u32 frames, u32 formatWord, u32 subType, f32, WavParts& parts) {
+    WavEncoding encoding;
+    if (!wavEncoding(wave, formatWord, subType, encoding)) return false;
     const bool bare = subType == kWavSubBare, cwdt = subType == kWavSubCwdt;
-    parts.word = formatWord & (kCodeMask | kMonoBit | kStereoBit);
-    if (row->code == kPcm8) parts.word |= kUnsigned;
-    parts.dataBytes = u64{frames} * channels * row->bytes;
+    parts.word = encoding.word;
+    parts.dataBytes = u64{frames} * encoding.frameBytes;
 
     // A float or Extensible file takes over what the last file of another kind left in its fact chunk.
     u32& fact = workspace().wavFact;
-    if (row->setsFact) fact = frames;
+    if (findCode(formatWord, subType)->setsFact) fact = frames;
     ByteWriter chunks;
-    writeFmt(chunks, *row, wave, channels, subType == kWavSubExtensible);
-    if (row->tag != kWavPcm || subType == kWavSubExtensible) chunks.text("fact").u32le(4).u32le(fact);
+    chunks.bytes(encoding.fmt);
+    if (!encoding.linear || subType == kWavSubExtensible) chunks.text("fact").u32le(4).u32le(fact);
     if (bare) writeSmpl(chunks, wave, frames, false);
 
     ByteWriter tail;
     if (parts.dataBytes % 2 != 0) tail.u8le(0x80);
     if (!bare) {
-        writeInfo(tail, wave, !cwdt);
+        wav_WriteInfo(tail, wave, !cwdt);
         if (!cwdt) writeCues(tail, wave);
         writeSmpl(tail, wave, frames, cwdt);
     }

@@ -13,6 +13,21 @@ inline constexpr u32 kWavSubExtensible = 0xFFFE;
 inline constexpr u32 kWavSubBare = 0xFFFFFFFF; ///< smpl ahead of the data, and nothing behind it
 inline constexpr u32 kWavSubCwdt = 0x54445743; ///< "CWDT": as samplers want it, with their own data
 
+/// How a wave's samples stand behind a fmt chunk of their own, as other formats have it too.
+struct WavEncoding {
+    Bytes fmt;    ///< the whole chunk
+    u32 word = 0; ///< data format word that the samples are written in
+    u32 frameBytes = 0;
+    bool linear = true; ///< of tag 1, without a fact chunk
+};
+/// False with the error pair set when the format word can't be written.
+bool wavEncoding(const Wave& wave, u32 formatWord, u32 subType, WavEncoding& encoding);
+/// The data format codes that `wavEncoding` takes.
+u32 wavCodes();
+
+/// Appends the list of a wave's texts.
+void wav_WriteInfo(ByteWriter& out, const Wave& wave, bool withSoftware);
+
 /// All of a WAV file but its samples.
 struct WavParts {
     Bytes head;        ///< up to the first sample
