@@ -112,7 +112,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const WorkspaceScope scope(space);
     space.formats = &formatTable();
     const MemoryFile file(std::as_bytes(std::span(data, size)));
-    for (const char* row : {"SoundFont v2 bank", "SoundFont v1"}) {
+    for (const char* row : {"SoundFont v2 bank", "SoundFont v1", "DownLoadable Sounds level 2"}) {
         if (!Import(file.path(), true)) return 0;
         bankTrip(row);
     }

@@ -51,10 +51,6 @@ bool holdsStereo(const WavCode& row) {
 bool isExtensible(u32 subType) {
     return subType == kWavSubExtensible;
 }
-bool isLaw(const WavCode& row) {
-    return row.code == kMuLaw || row.code == kALaw;
-}
-
 const WavCode* findCode(u32 formatWord, u32 subType) {
     for (const WavCode& row : kCodes) {
         if (row.code != (formatWord & kCodeMask) || (row.subType != 0 && row.subType != subType)) continue;
@@ -133,25 +129,6 @@ void writeFmt(ByteWriter& out, const WavCode& row, const Wave& wave, u32 channel
 void writeText(ByteWriter& out, std::string_view id, std::string_view text, std::size_t size) {
     out.text(id).u32le(static_cast<u32>(size)).text(text.substr(0, size));
     out.fill(size - std::min(size, text.size()));
-}
-
-void writeInfo(ByteWriter& out, const Wave& wave, bool withSoftware) {
-    const std::size_t start = out.size();
-    out.text("LIST").u32le(0).text("INFO");
-    const std::string_view name = wave.name();
-    writeText(out, "INAM", name, (name.size() + 2) & ~std::size_t{1}); // always with a terminator
-    const std::pair<std::string_view, std::string_view> items[] = {
-        {"ISFT", withSoftware ? "Kelvane Studio v11.4" : ""},
-        {"IART", wave.artist},
-        {"IPRD", wave.album},
-        {"ICOP", wave.copyright},
-        {"ICMT", wave.comments},
-        {"IENG", wave.engineer},
-    };
-    for (const auto& [id, text] : items) {
-        if (!text.empty()) writeText(out, id, text, (text.size() + 1) & ~std::size_t{1});
-    }
-    out.patchU32le(start + 4, static_cast<u32>(out.size() - start - 8));
 }
 
 /// A cue point as it is written.
@@ -242,32 +219,77 @@ void writeFormHeader(ByteWriter& out, u64 formBytes, u64 dataBytes, u64 frames) 
 
 } // namespace
 
-bool wavParts(const Wave& wave, u32 frames, u32 formatWord, u32 subType, f32, WavParts& parts) {
+void wav_WriteInfo(ByteWriter& out, const Wave& wave, bool withSoftware) {
+    const std::size_t start = out.size();
+    out.text("LIST").u32le(0).text("INFO");
+    const std::string_view name = wave.name();
+    writeText(out, "INAM", name, (name.size() + 2) & ~std::size_t{1}); // always with a terminator
+    const std::pair<std::string_view, std::string_view> items[] = {
+        {"ISFT", withSoftware ? "Kelvane Studio v11.4" : ""},
+        {"IART", wave.artist},
+        {"IPRD", wave.album},
+        {"ICOP", wave.copyright},
+        {"ICMT", wave.comments},
+        {"IENG", wave.engineer},
+    };
+    for (const auto& [id, text] : items) {
+        if (!text.empty()) writeText(out, id, text, (text.size() + 1) & ~std::size_t{1});
+    }
+    out.patchU32le(start + 4, static_cast<u32>(out.size() - start - 8));
+}
+
+u32 wavPlainCodes() {
+    u32 codes = 0;
+    for (const WavCode& row : kCodes) codes |= isCoded(row) ? 0 : row.code;
+    return codes;
+}
+
+u64 WavEncoding::bytesFor(u32 frames) const {
+    return coded ? coded->bytesFor(frames) : u64{frames} * frameBytes;
+}
+
+bool wavEncoding(const Wave& wave, u32 formatWord, u32 subType, WavEncoding& encoding) {
     const WavCode* row = findCode(formatWord, subType);
     if (!row) return false;
     u32 channels = writableChannels(wave.channels, formatWord);
     if (channels == 0) return false;
     if (!holdsStereo(*row)) channels = 1;
-    parts.coded = codedWriter(*row, wave.sampleRate, channels);
-    const CodedWriter* coded = parts.coded ? &*parts.coded : nullptr;
+    encoding.coded = codedWriter(*row, wave.sampleRate, channels);
+    ByteWriter fmt;
+    writeFmt(fmt, *row, wave, channels, encoding.coded ? &*encoding.coded : nullptr, isExtensible(subType));
+    encoding.fmt = fmt.take();
+    encoding.word = formatWord & (kCodeMask | kMonoBit | kStereoBit);
+    if (row->code == kPcm8) encoding.word |= kUnsigned;
+    encoding.frameBytes = channels * row->bits / 8;
+    encoding.linear = row->tag == kWavPcm;
+    return true;
+}
+
+bool writeEncoded(SampleBlocks& blocks, const WavEncoding& encoding, ByteSink& sink) {
+    return encoding.coded ? writeCoded(blocks, *encoding.coded, sink)
+                          : writeSamples(blocks, encoding.word, sink);
+}
+
+bool wavParts(const Wave& wave, u32 frames, u32 formatWord, u32 subType, f32, WavParts& parts) {
+    WavEncoding& encoding = parts.encoding;
+    if (!wavEncoding(wave, formatWord, subType, encoding)) return false;
     const bool bare = subType == kWavSubBare, cwdt = subType == kWavSubCwdt;
-    parts.word = formatWord & (kCodeMask | kMonoBit | kStereoBit);
-    if (row->code == kPcm8) parts.word |= kUnsigned;
-    parts.dataBytes = coded ? coded->bytesFor(frames) : u64{frames} * channels * row->bits / 8;
+    const u32 code = formatWord & kCodeMask;
+    parts.dataBytes = encoding.bytesFor(frames);
 
     // A float or Extensible file takes over what the last file of another kind left in its fact chunk.
     u32& fact = workspace().wavFact;
-    if (coded || isLaw(*row)) fact = frames;
-    if (row->code == kGsm) fact = saturate<u32>(static_cast<f64>(ceilDiv(frames, 320) * 320));
+    if (encoding.coded || code == kMuLaw || code == kALaw) fact = frames;
+    if (code == kGsm) fact = saturate<u32>(static_cast<f64>(ceilDiv(frames, 320) * 320));
     ByteWriter chunks;
-    writeFmt(chunks, *row, wave, channels, coded, isExtensible(subType));
-    if (row->tag != kWavPcm || isExtensible(subType)) chunks.text("fact").u32le(4).u32le(fact);
+    chunks.bytes(encoding.fmt);
+    if (!encoding.linear || isExtensible(subType)) chunks.text("fact").u32le(4).u32le(fact);
     if (bare) writeSmpl(chunks, wave, frames, false);
 
     ByteWriter tail;
     if (parts.dataBytes % 2 != 0) tail.u8le(0x80);
     if (!bare) {
-        writeInfo(tail, wave, !cwdt);
+        wav_WriteInfo(tail, wave, !cwdt);
         if (!cwdt) writeCues(tail, wave);
         writeSmpl(tail, wave, frames, cwdt);
     }
@@ -289,9 +311,7 @@ bool wav_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool pe
     WavParts parts;
     if (!wavParts(wave, blocks->frames(), formatWord, subType, kbps, parts)) return false;
     if (!file.write(parts.head)) return Fail("wav_Exp", "Writing to file failed");
-    if (!(parts.coded ? writeCoded(*blocks, *parts.coded, *file.sink)
-                      : writeSamples(*blocks, parts.word, *file.sink)))
-        return false;
+    if (!writeEncoded(*blocks, parts.encoding, *file.sink)) return false;
     return file.write(parts.tail) || Fail("wav_Exp", "Writing to file failed");
 }
 

@@ -9,6 +9,7 @@
 namespace kv {
 
 class Item;
+class SampleBlocks;
 class Wave;
 
 /// Sub-types of the writer besides 0.
@@ -20,13 +21,32 @@ inline constexpr u32 kWavSubYamaha = 0x20;     ///< four-bit codes are Yamaha's
 inline constexpr u32 kWavSubUsrGsm = 0x303;    ///< GSM stands in a modem's records
 inline constexpr u32 kWavSubCwdt = 0x54445743; ///< "CWDT": as samplers want it, with their own data
 
+/// How a wave's samples stand behind a fmt chunk of their own, as other formats have it too.
+struct WavEncoding {
+    Bytes fmt;                        ///< the whole chunk
+    u32 word = 0;                     ///< data format word that plain samples are written in
+    u32 frameBytes = 0;               ///< of plain samples
+    bool linear = true;               ///< of tag 1, without a fact chunk
+    std::optional<CodedWriter> coded; ///< writes the samples in place of the word
+
+    u64 bytesFor(u32 frames) const;
+};
+/// False with the error pair set when the format word can't be written.
+bool wavEncoding(const Wave& wave, u32 formatWord, u32 subType, WavEncoding& encoding);
+/// Writes samples as `wavEncoding` laid them out. False with the error pair set on failure.
+bool writeEncoded(SampleBlocks& blocks, const WavEncoding& encoding, ByteSink& sink);
+/// The data format codes of plain samples that `wavEncoding` takes.
+u32 wavPlainCodes();
+
+/// Appends the list of a wave's texts.
+void wav_WriteInfo(ByteWriter& out, const Wave& wave, bool withSoftware);
+
 /// All of a WAV file but its samples.
 struct WavParts {
-    Bytes head;                       ///< up to the first sample
-    u64 dataBytes = 0;                ///< of samples
-    Bytes tail;                       ///< behind the last sample, pad byte included
-    u32 word = 0;                     ///< data format word that the samples are written in
-    std::optional<CodedWriter> coded; ///< writes the samples in place of the word
+    WavEncoding encoding;
+    Bytes head;        ///< up to the first sample
+    u64 dataBytes = 0; ///< of samples
+    Bytes tail;        ///< behind the last sample, pad byte included
 };
 
 /// Lays out the file for `frames` frames of the wave. `kbps` is for compressed codes. False with the error

@@ -7,6 +7,8 @@
 #include "formats/audio/wav_reader.h"
 #include "formats/audio/wav_writer.h"
 #include "formats/audio/wave64.h"
+#include "formats/banks/dls/dls_reader.h"
+#include "formats/banks/dls/dls_writer.h"
 #include "formats/banks/sfz/sfz_reader.h"
 #include "formats/banks/sfz/sfz_writer.h"
 #include "formats/banks/soundfont/sf_reader.h"
@@ -121,13 +123,13 @@ constexpr FormatRow kRows[] = {
     {"dig", "Digilink", R, kWave},
     {"dig", "Sound Designer I", R, kWave},
     {"dlp", "DirectMusic Producer", R, kOwn},
-    {"dls", "DownLoadable Sounds", R, kOwn, 0, 0, form<"RIFF", "DLS ">},
-    {"dls", "DownLoadable Sounds level 1", W, kFullBank, 0x4000005, 1},
-    {"dls", "DownLoadable Sounds level 2", W, kFullBank, 0x4000005, 2},
-    {"dls", "DownLoadable Sounds level 2+", W, kFullBank, 0x5007F75, 3, nullptr, nullptr, nullptr, false, nullptr, true},
-    {"dls", "DownLoadable Sounds level 2++", W, kFullBank, 0xD007F75, 4, nullptr, nullptr, nullptr, false, nullptr, true},
-    {"dls", "Mobile DLS - 'minimal' device caps", W, kFullBank, 0x4000005, negative(2)},
-    {"dls", "Mobile DLS - 'full' device caps", W, kFullBank, 0x4000005, negative(3)},
+    {"dls", "DownLoadable Sounds", R, kOwn, 0, 0, form<"RIFF", "DLS ">, dls_Imp},
+    {"dls", "DownLoadable Sounds level 1", W, kFullBank, 0x4000005, 1, nullptr, nullptr, dls_Exp, true},
+    {"dls", "DownLoadable Sounds level 2", W, kFullBank, 0x4000005, 2, nullptr, nullptr, dls_Exp, true},
+    {"dls", "DownLoadable Sounds level 2+", W, kFullBank, 0x5007F75, 3, nullptr, nullptr, dls_Exp, true, nullptr, true},
+    {"dls", "DownLoadable Sounds level 2++", W, kFullBank, 0xD007F75, 4, nullptr, nullptr, dls_Exp, true, nullptr, true},
+    {"dls", "Mobile DLS - 'minimal' device caps", W, kFullBank, 0x4000005, negative(2), nullptr, nullptr, dls_Exp, true},
+    {"dls", "Mobile DLS - 'full' device caps", W, kFullBank, 0x4000005, negative(3), nullptr, nullptr, dls_Exp, true},
     {"dmf", "XTracker module", R, kOwn, 0, 0, magic<"DDMF">},
     {"dmg", "ChkSys AKAI S-series", R, kOwn},
     {"dr8", "FXpansion DR-008 drums", R, kInstrument},
