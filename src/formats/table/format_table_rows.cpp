@@ -9,6 +9,7 @@
 #include "formats/audio/wave64.h"
 #include "formats/banks/dls/dls_reader.h"
 #include "formats/banks/dls/dls_writer.h"
+#include "formats/banks/dls/rmid.h"
 #include "formats/banks/sfz/sfz_reader.h"
 #include "formats/banks/sfz/sfz_writer.h"
 #include "formats/banks/soundfont/sf_reader.h"
@@ -388,10 +389,10 @@ constexpr FormatRow kRows[] = {
     {"rif", "Rockwell ADPCM (HotFax/Quicklink)", R, kWave, 0, 0, waveOfTag<0x0300>, wav_Imp},
     {"rol", "AdLib Visual Composer song", R, kChipSong},
     {"rom", "Roland MT-32 ROM dumps", R, kOwn},
-    {"rmi", "RIFF-MIDI (DLS optional)", R, kSongTracks, 0, 0, form<"RIFF", "RMID">},
-    {"rmi", "RIFF-MIDI w no instruments", W, kSongTracks, 0x2000000},
-    {"rmi", "RIFF-MIDI w DLS level 1 instruments", W, kSongTracks, 0x2000000, 1},
-    {"rmi", "RIFF-MIDI w DLS level 2 instruments", W, kSongTracks, 0x2000000, 2},
+    {"rmi", "RIFF-MIDI (DLS optional)", R, kSongTracks, 0, 0, form<"RIFF", "RMID">, rmid_Imp},
+    {"rmi", "RIFF-MIDI w no instruments", W, kSongTracks, 0x2000000, 0, nullptr, nullptr, rmid_Exp, true},
+    {"rmi", "RIFF-MIDI w DLS level 1 instruments", W, kSongTracks, 0x2000000, 1, nullptr, nullptr, rmid_Exp, true},
+    {"rmi", "RIFF-MIDI w DLS level 2 instruments", W, kSongTracks, 0x2000000, 2, nullptr, nullptr, rmid_Exp, true},
     {"rockwell", "Rockwell ADPCM", RW, kWave, 0x4003800, 0, detectAlways2, coded_Imp<RawCoding::Rockwell>, coded_Exp<RawCoding::Rockwell>, true},
     {"rockwell-2", "Rockwell 2-bit ADPCM", RW, kWave, 0x4000800, 2, detectAlways2, coded_Imp<RawCoding::Rockwell>, coded_Exp<RawCoding::Rockwell>, true},
     {"rockwell-3", "Rockwell 3-bit ADPCM", RW, kWave, 0x4001000, 3, detectAlways2, coded_Imp<RawCoding::Rockwell>, coded_Exp<RawCoding::Rockwell>, true},

@@ -4,10 +4,13 @@
 
 #include "base/run_context.h"
 #include "formats/banks/dls/dls_records.h"
+#include "formats/banks/dls/rmid.h"
 #include "model/articulation_blocks.h"
 #include "model/articulation_levels.h"
 #include "model/collection.h"
 #include "model/sample_blocks.h"
+#include "model/song.h"
+#include "model/workspace.h"
 #include "samples/data_format.h"
 
 namespace kv {
@@ -92,7 +95,7 @@ bool DlsBankFile::isStereo(const Wave& wave) const {
 
 // ---- Waves
 
-bool DlsBankFile::prepare() {
+bool DlsBankFile::preparePool() {
     for (const Wave* wave : plan_.contents.waves) {
         PoolWave entry{wave};
         u32 word = isStereo(*wave) ? kStereoBit : kMonoBit;
@@ -228,28 +231,46 @@ ByteWriter DlsBankFile::texts() const {
     return to;
 }
 
-bool DlsBankFile::write(ByteSink& sink) const {
-    u64 poolBytes = 0;
-    for (const PoolWave& entry : pool_) poolBytes += entry.listBytes;
-    ByteWriter head;
-    head.text("RIFF").u32le(0).text("DLS ");
-    head.text("colh").u32le(4).u32le(static_cast<u32>(plan_.contents.instruments.size()));
-    {
-        const ListScope list(head, "LIST", "lins");
-        for (const Instrument* instrument : plan_.contents.instruments) addInstrument(head, *instrument);
+/// Songs are kept where the private list is in use, and a whole collection is saved.
+bool DlsBankFile::addSongs(ByteWriter& to) const {
+    if (plan_.level < kDlsLevel2Plus || classOf(plan_.item.id()) != kCollectionClass ||
+        store().count(kSongClass) == 0)
+        return true;
+    const ListScope list(to, "LKF1");
+    const ListScope songs(to, "LIST", "lRMI");
+    for (const Song& song : store().all<Song>()) {
+        const Bytes form = rmidForm(song);
+        if (form.empty()) return false;
+        to.bytes(form);
     }
-    addCueTable(head);
-    const ByteWriter tail = texts();
-    const u64 total = head.size() + kListBytes + poolBytes + tail.size() - kHeaderBytes;
-    if (total > UINT32_MAX) return Fail(kContext, "The samples are too long for a bank of this format");
-    head.patchU32le(4, static_cast<u32>(total));
-    head.text("LIST").u32le(static_cast<u32>(poolBytes + 4)).text("wvpl");
+    return true;
+}
 
-    if (!sink.write(head.view())) return Fail(kContext, "Writing to file failed");
+bool DlsBankFile::prepare() {
+    if (!preparePool()) return false;
+    for (const PoolWave& entry : pool_) poolBytes_ += entry.listBytes;
+    head_.text("RIFF").u32le(0).text("DLS ");
+    head_.text("colh").u32le(4).u32le(static_cast<u32>(plan_.contents.instruments.size()));
+    {
+        const ListScope list(head_, "LIST", "lins");
+        for (const Instrument* instrument : plan_.contents.instruments) addInstrument(head_, *instrument);
+    }
+    addCueTable(head_);
+    head_.text("LIST").u32le(static_cast<u32>(poolBytes_ + 4)).text("wvpl");
+    tail_ = texts();
+    if (!addSongs(tail_)) return false;
+    if (size() - kHeaderBytes > UINT32_MAX)
+        return Fail(kContext, "The samples are too long for a bank of this format");
+    head_.patchU32le(4, static_cast<u32>(size() - kHeaderBytes));
+    return true;
+}
+
+bool DlsBankFile::write(ByteSink& sink) const {
+    if (!sink.write(head_.view())) return Fail(kContext, "Writing to file failed");
     for (const PoolWave& entry : pool_) {
         if (!writeWave(sink, entry)) return false;
     }
-    return sink.write(tail.view()) || Fail(kContext, "Writing to file failed");
+    return sink.write(tail_.view()) || Fail(kContext, "Writing to file failed");
 }
 
 } // namespace kv

@@ -23,11 +23,14 @@ public:
     };
     explicit DlsBankFile(const Plan& plan) : plan_(plan) {}
 
-    /// Lays out the wave pool. False with the error pair set when the data format can't be written.
+    /// Lays out the file. False with the error pair set when the data format can't be written, or the bank is
+    /// too large for its form.
     bool prepare();
+    /// Bytes of the file.
+    u64 size() const { return head_.size() + poolBytes_ + tail_.size(); }
     /// Bytes of all samples as they will be written.
     u64 sampleBytes() const;
-    /// False with the error pair set when samples can't be read, or the bank is too large for its form.
+    /// False with the error pair set when samples can't be read or not all could be written.
     bool write(ByteSink& sink) const;
 
 private:
@@ -50,9 +53,13 @@ private:
     void addArticulation(ByteWriter& to, Articulation record, const Articulation* parent) const;
     void addCueTable(ByteWriter& to) const;
     ByteWriter texts() const;
+    bool addSongs(ByteWriter& to) const;
+    bool preparePool();
 
     Plan plan_;
     std::vector<PoolWave> pool_;
+    ByteWriter head_, tail_; ///< all but the contents of the wave pool
+    u64 poolBytes_ = 0;
     std::unordered_map<ItemId, u32> cues_; ///< of the waves
 };
 

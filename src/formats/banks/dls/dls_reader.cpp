@@ -4,6 +4,7 @@
 
 #include "base/run_context.h"
 #include "formats/banks/dls/dls_records.h"
+#include "formats/banks/dls/rmid.h"
 #include "model/articulation_blocks.h"
 #include "model/articulation_levels.h"
 #include "model/instrument.h"
@@ -139,7 +140,7 @@ bool linkRegions(ByteSource& source, const DlsBank& bank) {
 
 } // namespace
 
-bool readDlsChunks(FileContext& file, u64 start, u64 end, Collection& collection, DlsSongReader readSong) {
+bool readDlsChunks(FileContext& file, u64 start, u64 end, Collection& collection, int depth) {
     constexpr u32 kFormHeaderBytes = 12;
     const Bytes header = readContents(*file.source, {0, start, kFormHeaderBytes, 0}, kFormHeaderBytes);
     ByteCursor in(header);
@@ -149,7 +150,12 @@ bool readDlsChunks(FileContext& file, u64 start, u64 end, Collection& collection
     if (!in.ok() || id != "RIFF" || (type != "DLS " && type != "MLS "))
         return Fail(kContext, "Not a RIFF DLS file");
     DlsBank bank;
-    bank.readSong = std::move(readSong);
+    // A song that can't be read must not cost the bank.
+    bank.readSong = [&](FileContext& whole, u64 from, u64 to) {
+        if (!readRmidForm(whole, from, to, collection, depth + 1))
+            runContext().diagnostics.add({Severity::Loss, from, {}, "lRMI", runContext().error.message});
+        return true;
+    };
     end = std::min(end, file.source->size());
     const u64 formEnd = std::min(start + 8 + size, end);
     if (!walkDlsChunks(file, collection, start + kFormHeaderBytes, formEnd, end, bank)) return false;

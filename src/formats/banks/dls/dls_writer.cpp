@@ -1,6 +1,7 @@
 #include "formats/banks/dls/dls_writer.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "base/run_context.h"
 #include "formats/banks/dls/dls_bank_file.h"
@@ -62,21 +63,52 @@ constexpr MobileLimit kMobileLimits[] = {
 
 } // namespace
 
-bool dls_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool, f32) {
+struct DlsBankWriter::Parts {
+    Parts(Item& saved, int bankLevel, u32 word) : item(saved), level(bankLevel), formatWord(word) {}
+
+    Item& item;
+    int level;
+    u32 formatWord;
     BankContents contents;
-    if (!contents.gather(item)) return Fail("dls_Exp", "The file format can not save this item");
-    const int level = static_cast<i32>(subType);
+    std::optional<DlsBankFile> file;
+};
+
+DlsBankWriter::DlsBankWriter(Item& item, int level, u32 formatWord)
+    : parts_(std::make_unique<Parts>(item, level, formatWord)) {}
+DlsBankWriter::~DlsBankWriter() = default;
+
+bool DlsBankWriter::prepare() {
+    const int level = parts_->level;
+    BankContents& contents = parts_->contents;
+    if (!contents.gather(parts_->item)) return Fail("dls_Exp", "The file format can not save this item");
     if (level < 0) leaveOutDrumKits(contents);
-    DlsBankFile::Plan plan{
-        contents, item, level, formatWord, level < kDlsLevel2 ? kMostMelodic1 : kMostRegions, kMostRegions};
+    DlsBankFile::Plan plan{contents,
+                           parts_->item,
+                           level,
+                           parts_->formatWord,
+                           level < kDlsLevel2 ? kMostMelodic1 : kMostRegions,
+                           kMostRegions};
     settleLimits(plan);
-    reportDlsLosses(contents, level, formatWord);
-    DlsBankFile bank(plan);
+    reportDlsLosses(contents, level, parts_->formatWord);
+    DlsBankFile& bank = parts_->file.emplace(plan);
     if (!bank.prepare()) return false;
     for (const MobileLimit& row : kMobileLimits) {
         if (row.level == level && bank.sampleBytes() > row.bytes) ShowMessage({}, row.warning);
     }
-    return bank.write(*file.sink);
+    return true;
+}
+
+u64 DlsBankWriter::size() const {
+    return parts_->file->size();
+}
+
+bool DlsBankWriter::write(ByteSink& sink) const {
+    return parts_->file->write(sink);
+}
+
+bool dls_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool, f32) {
+    DlsBankWriter bank(item, static_cast<i32>(subType), formatWord);
+    return bank.prepare() && bank.write(*file.sink);
 }
 
 } // namespace kv

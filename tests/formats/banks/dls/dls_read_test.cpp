@@ -185,15 +185,9 @@ TEST_F(DlsRead, ABankWithinAnotherFile) {
     const Bytes around = join({Bytes(101), bank, Bytes(50)});
     FileContext file;
     file.source = std::make_shared<MemorySource>(around);
-    std::vector<u64> songs;
-    ASSERT_TRUE(readDlsChunks(file, 101, 101 + bank.size(), *store().Create<Collection>(),
-                              [&](FileContext&, u64 start, u64 end) {
-                                  songs.push_back(start);
-                                  EXPECT_EQ(end - start, song.size());
-                                  return true;
-                              }));
-    ASSERT_EQ(songs.size(), 2U);
-    EXPECT_EQ(textOf(ByteSpan(around).subspan(static_cast<std::size_t>(songs[1]), 4)), "RIFF");
+    ASSERT_TRUE(readDlsChunks(file, 101, 101 + bank.size(), *store().Create<Collection>()));
+    EXPECT_EQ(std::ranges::count(space.diagnostics.entries(), std::string("lRMI"), &Diagnostic::field), 2)
+        << "songs without anything in them";
     const Wave* found = RegionWave(*store().First<Region>());
     ASSERT_TRUE(found);
     EXPECT_EQ(found->frames, 20U);
