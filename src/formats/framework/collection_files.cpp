@@ -104,7 +104,28 @@ bool SaveState() {
     return Export(stateRow(), statePath(0), collection, kAnyFormat, 0, true);
 }
 
+namespace {
+
+/// A state comes back as it was, whatever is done to files that are opened.
+class LoadAsItIs {
+public:
+    LoadAsItIs() {
+        auto& load = settings().load;
+        load.bAutoSplitStereo = load.bAutoMergeStereo = load.bAutoMoveArticulation = false;
+        load.bAutoAppend32 = load.bAutoBid2Fwd = load.bAutoRev2Fwd = false;
+    }
+    ~LoadAsItIs() { settings().load = wanted_; }
+    LoadAsItIs(const LoadAsItIs&) = delete;
+    LoadAsItIs& operator=(const LoadAsItIs&) = delete;
+
+private:
+    AppSettings::Load wanted_ = settings().load;
+};
+
+} // namespace
+
 bool RestoreState() {
+    const LoadAsItIs asItIs;
     if (!HasState(0) || !importAside("RestoreState", statePath(0))) return false;
     for (Wave& wave : store().all<Wave>()) {
         if (!wave.LoadData()) {

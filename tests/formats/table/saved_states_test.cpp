@@ -53,6 +53,22 @@ TEST_F(SavedStates, ComeBackNewestFirst) {
     EXPECT_EQ(store().pushedDepth(), 0U);
 }
 
+TEST_F(SavedStates, ComeBackAsTheyWere) {
+    Wave& wave = *store().First<Wave>();
+    wave.params.override = true;
+    wave.params.loopFlags = kLooped | kLoopBidirectional;
+    wave.params.loopStart = 10;
+    wave.params.loopEnd = 30.25;
+    ASSERT_TRUE(space.settings.load.bAutoBid2Fwd) << "files that are opened have such loops laid out";
+    ASSERT_TRUE(SaveState());
+    wave.params.loopFlags = 0;
+    ASSERT_TRUE(RestoreState());
+    EXPECT_EQ(store().First<Wave>()->params.loopFlags, kLooped | kLoopBidirectional);
+    EXPECT_EQ(store().First<Wave>()->params.loopEnd, 30.25);
+    EXPECT_EQ(store().First<Wave>()->frames, 40U);
+    EXPECT_TRUE(space.settings.load.bAutoBid2Fwd);
+}
+
 TEST_F(SavedStates, StandSixteenDeep) {
     for (int n = 0; n < 20; ++n) {
         rename(n);
