@@ -73,6 +73,7 @@ struct SaveAllJob {
     bool subDirs = false; ///< each file in a folder of its own name
     /// Asked for a file that exists; without one the user interface is.
     std::function<ExistingFile(const std::filesystem::path& path, const Item& item)> onExisting;
+    std::function<void(const std::filesystem::path& path, const Item& item)> onSaved;
     AskSaveTarget ask; ///< for names; without one Prompt and Rename skip the item
 };
 struct SaveAllResult {

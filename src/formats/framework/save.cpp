@@ -198,6 +198,7 @@ void SaveAllRun::save(Item& item, int index) {
     if (row && exportToFile(*row, to->path, &item, to->wantedFormat, to->bitRate, false)) {
         result_.written.insert(to->path);
         ++result_.saved;
+        if (job_.onSaved) job_.onSaved(to->path, item);
         return;
     }
     ++result_.failed;

@@ -2,7 +2,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <span>
 
 #include "formats/framework/drivers.h"
 #include "formats/framework/export_item.h"
@@ -43,6 +45,7 @@ private:
     bool prepare();
     bool chooseTarget();
     bool canWrite() const;
+    bool canReadBack() const;
     bool chooseData();
     bool convert(const std::vector<std::string>& inputs);
     u32 formatFor(const Item& item) const;
@@ -54,7 +57,7 @@ private:
     NameMode nameMode(std::size_t items) const;
     bool mayReplace(const fs::path& path) const;
     bool comparesWithOutput() const {
-        return (options_.report || options_.strict) && !toStream_ && !toFolder_;
+        return (options_.report || options_.strict) && !toStream_ && canReadBack();
     }
     bool report();
     bool anythingLost() const;
@@ -101,6 +104,15 @@ bool Conversion::canWrite() const {
     }
     return !toStream_ || row.streams ||
            Fail("convert", "\"{}\" files can't be written to standard output", row.description);
+}
+
+/// Some row reads what this row writes; formats of several kinds have one for reading.
+bool Conversion::canReadBack() const {
+    const std::span<const FormatRow> rows = workspace().formats->rows();
+    const std::string_view extension = workspace().formats->row(row_)->extension;
+    return std::any_of(rows.begin(), rows.end(), [&](const FormatRow& row) {
+        return row.extension == extension && row.importFn != nullptr;
+    });
 }
 
 bool Conversion::chooseData() {
@@ -180,12 +192,11 @@ bool Conversion::convertToStream(Item& item) {
 
 bool Conversion::convertItem(Item& item, const fs::path& path) {
     if (!mayReplace(path)) return false;
-    const Snapshot before = comparesWithOutput() ? takeSnapshot() : Snapshot();
+    const Snapshot before = comparesWithOutput() ? takeSnapshot(item) : Snapshot();
     if (!SaveItemAs(path, &item, row_, formatFor(item), options_.bitRate, false)) return false;
     ++result_.saved;
-    // A row that can't be read has nothing to compare with.
-    return !comparesWithOutput() || !options_.item.empty() || !workspace().formats->row(row_)->importFn ||
-           findLosses(before, path, losses_);
+    const bool whole = classOf(item.id()) == kCollectionClass;
+    return !comparesWithOutput() || findLosses(before, whole, path, losses_);
 }
 
 bool Conversion::convertAll(const std::string& input, std::size_t items) {
@@ -205,6 +216,11 @@ bool Conversion::convertAll(const std::string& input, std::size_t items) {
         ++result_.failed;
         return ExistingFile::Skip;
     };
+    if (comparesWithOutput()) {
+        job.onSaved = [this](const fs::path& path, const Item& item) {
+            if (!findLosses(takeSnapshot(item), false, path, losses_)) reportFailure();
+        };
+    }
     return SaveAll(job, result_);
 }
 

@@ -6,7 +6,9 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <set>
 #include <tuple>
+#include <utility>
 
 #include "base/run_context.h"
 #include "formats/framework/drivers.h"
@@ -34,15 +36,25 @@ void addParams(SoundSnapshot& snapshot, const SampleParams& p) {
     fields["endOffset"] = p.endOffset;
 }
 
+/// What is switched off, or moves nothing, has no effect to be lost.
+bool isIdle(std::string_view field, const Articulation& a) {
+    const auto about = [&](std::string_view name) { return field.starts_with(name); };
+    if (about("filterEnable") || about("eqEnable")) return false;
+    if (about("filter") || field.ends_with("Cutoff")) return !a.filterEnable;
+    if (about("eq")) return !a.eqEnable;
+    if (about("lfo1To") || about("lfo2To") || about("eg2To")) return false;
+    if (about("lfo1")) {
+        return a.lfo1ToVolume == 0 && a.lfo1ToPitch == 0 && a.lfo1ToCutoff == 0 && a.modToLfo1Volume == 0 &&
+               a.modToLfo1Pitch == 0 && a.modToLfo1Cutoff == 0 && a.aftertouchToLfo1Volume == 0 &&
+               a.aftertouchToLfo1Pitch == 0 && a.aftertouchToLfo1Cutoff == 0;
+    }
+    if (about("lfo2")) return a.lfo2ToPitch == 0 && a.modToLfo2Pitch == 0 && a.aftertouchToLfo2Pitch == 0;
+    return about("eg2") && a.eg2ToPitch == 0 && a.eg2ToCutoff == 0;
+}
+
 void addArticulation(SoundSnapshot& snapshot, const Articulation& record) {
-    const bool filter = record.filterEnable, equaliser = record.eqEnable;
     for (const ArticulationField& field : articulationFields()) {
-        // What is switched off has no effect to be lost.
-        const bool ofFilter = field.name.find("Cutoff") != std::string_view::npos ||
-                              field.name == "filterType" || field.name == "filterResonance";
-        const bool ofEqualiser = field.name.starts_with("eq") && field.name != "eqEnable";
-        if ((ofFilter && !filter) || (ofEqualiser && !equaliser)) continue;
-        snapshot.fields[std::string(field.name)] = field.get(record);
+        if (!isIdle(field.name, record)) snapshot.fields[std::string(field.name)] = field.get(record);
     }
 }
 
@@ -69,7 +81,8 @@ SoundSnapshot snapshotOf(const Instrument& instrument, const Layer& layer, const
     return one;
 }
 
-SoundSnapshot snapshotOf(const Wave& wave) {
+/// A wave but for how it plays, which regions tell.
+SoundSnapshot samplesOf(const Wave& wave) {
     SoundSnapshot one;
     one.name = wave.name().str();
     one.fields = {{"frames", wave.frames},
@@ -77,6 +90,11 @@ SoundSnapshot snapshotOf(const Wave& wave) {
                   {"sampleRate", wave.sampleRate},
                   {"bits", wave.bits},
                   {"cuePoints", wave.cuePoints.size()}};
+    return one;
+}
+
+SoundSnapshot snapshotOf(const Wave& wave) {
+    SoundSnapshot one = samplesOf(wave);
     addParams(one, wave.params);
     return one;
 }
@@ -117,19 +135,53 @@ std::size_t differences(const SoundSnapshot& a, const SoundSnapshot& b) {
 
 } // namespace
 
+namespace {
+
+void addInstrument(Snapshot& snapshot, const Instrument& instrument) {
+    for (const ItemId layerId : instrument.childIds) {
+        const Layer* layer = store().Find<Layer>(layerId);
+        if (!layer) continue;
+        for (const ItemId id : layer->childIds) {
+            if (const Region* region = store().Find<Region>(id))
+                snapshot.push_back(snapshotOf(instrument, *layer, *region));
+        }
+    }
+}
+
+/// A file that holds one instrument tells it by no number, so that the number can only get lost.
+void asSingleItem(Snapshot& snapshot) {
+    for (SoundSnapshot& one : snapshot) {
+        if (!one.owner.empty()) one.fields["patch"] = std::exchange(one.patch, 0);
+    }
+}
+
+} // namespace
+
 Snapshot takeSnapshot() {
     Snapshot snapshot;
-    for (const Instrument& instrument : store().all<Instrument>()) {
-        for (const ItemId layerId : instrument.childIds) {
+    for (const Instrument& instrument : store().all<Instrument>()) addInstrument(snapshot, instrument);
+    for (const Wave& wave : store().all<Wave>()) snapshot.push_back(snapshotOf(wave));
+    return snapshot;
+}
+
+Snapshot takeSnapshot(const Item& item) {
+    Snapshot snapshot;
+    if (classOf(item.id()) == kCollectionClass) return takeSnapshot();
+    if (classOf(item.id()) == kWaveClass) {
+        snapshot.push_back(snapshotOf(static_cast<const Wave&>(item)));
+    } else if (classOf(item.id()) == kInstrumentClass) {
+        addInstrument(snapshot, static_cast<const Instrument&>(item));
+        std::set<const Wave*> waves;
+        for (const ItemId layerId : item.childIds) {
             const Layer* layer = store().Find<Layer>(layerId);
-            if (!layer) continue;
-            for (const ItemId id : layer->childIds) {
-                if (const Region* region = store().Find<Region>(id))
-                    snapshot.push_back(snapshotOf(instrument, *layer, *region));
+            for (const ItemId id : layer ? layer->childIds : std::vector<ItemId>()) {
+                const Region* region = store().Find<Region>(id);
+                const Wave* wave = region ? RegionWave(*region) : nullptr;
+                if (wave && waves.insert(wave).second) snapshot.push_back(samplesOf(*wave));
             }
         }
     }
-    for (const Wave& wave : store().all<Wave>()) snapshot.push_back(snapshotOf(wave));
+    asSingleItem(snapshot);
     return snapshot;
 }
 
@@ -163,11 +215,17 @@ std::vector<Loss> compareSnapshots(const Snapshot& before, const Snapshot& after
     return losses;
 }
 
-bool findLosses(const Snapshot& before, const std::filesystem::path& written, std::vector<Loss>& losses) {
+bool findLosses(const Snapshot& before, bool whole, const std::filesystem::path& written,
+                std::vector<Loss>& losses) {
     if (!store().PushLists()) return Fail("report", "Too many files are open at once");
     const Diagnostics kept = runContext().diagnostics;
     const bool read = Import(written, true);
-    if (read) losses = compareSnapshots(before, takeSnapshot());
+    if (read) {
+        Snapshot after = takeSnapshot();
+        if (!whole) asSingleItem(after);
+        const std::vector<Loss> found = compareSnapshots(before, after);
+        losses.insert(losses.end(), found.begin(), found.end());
+    }
     store().PopAndDiscard();
     runContext().diagnostics = kept;
     return read;

@@ -12,6 +12,8 @@
 
 namespace kv {
 
+class Item;
+
 /// A wave or a region with all that could get lost of it, apart from the store.
 struct SoundSnapshot {
     std::string owner; ///< name of the instrument; empty for a wave
@@ -22,8 +24,11 @@ struct SoundSnapshot {
 };
 using Snapshot = std::vector<SoundSnapshot>;
 
-/// Everything that the store holds, as far as an item of this class takes it along.
+/// Everything that the store holds.
 Snapshot takeSnapshot();
+/// An item as a file of its own would hold it: an instrument, or the one of a layer or region, with the waves
+/// that it plays; or a wave.
+Snapshot takeSnapshot(const Item& item);
 
 struct Loss {
     std::string item, field;
@@ -34,8 +39,10 @@ struct Loss {
 /// What differs, item by item. Values count as equal within the rounding of sampler formats.
 std::vector<Loss> compareSnapshots(const Snapshot& before, const Snapshot& after);
 
-/// Reads a file aside and compares it with a snapshot. False with the error pair set when it can't be read.
-bool findLosses(const Snapshot& before, const std::filesystem::path& written, std::vector<Loss>& losses);
+/// Reads a file aside, compares it with a snapshot and adds what differs. False with the error pair set when
+/// it can't be read. `whole` is false for the snapshot of an item.
+bool findLosses(const Snapshot& before, bool whole, const std::filesystem::path& written,
+                std::vector<Loss>& losses);
 
 /// Prints losses as a table of counts, or writes all of them as JSON to a file. False with the error pair set
 /// when that can't be written.
