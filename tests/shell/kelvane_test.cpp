@@ -207,14 +207,45 @@ TEST_F(Kelvane, MergesAndEditsCollections) {
 TEST_F(Kelvane, TellsWhatWasLost) {
     ASSERT_EQ(run("convert ding.wav ding.sf2").status, 0);
     EXPECT_EQ(run("convert ding.sf2 same.sf2 --strict").status, 0);
-    const Outcome table = run("convert ding.sf2 ding.sbk --report - --strict");
+    ASSERT_EQ(run("convert ding.wav both.wav --channels stereo").status, 0);
+    const Outcome table = run("convert both.wav both.sf2 --report - --strict");
     EXPECT_EQ(table.status, 4);
-    EXPECT_NE(table.out.find("1 lfo1Frequency"), std::string::npos) << table.out;
-    ASSERT_EQ(run("convert ding.sf2 ding.sbk --report lost.json --force").status, 0);
+    EXPECT_NE(table.out.find("1 channels"), std::string::npos) << table.out;
+    ASSERT_EQ(run("convert both.wav both.sf2 --report lost.json --force").status, 0);
     const auto report = nlohmann::json::parse(textOf(test::readFile(folder / "lost.json")));
     EXPECT_EQ(report["lost"], report["losses"].size());
-    EXPECT_EQ(report["counts"]["lfo1Frequency"], 1);
+    EXPECT_EQ(report["counts"].value("channels", 0), 1);
     EXPECT_EQ(report["losses"][0]["missing"], false);
+}
+
+TEST_F(Kelvane, WritesBanksOfManyKinds) {
+    ASSERT_EQ(run("convert ding.wav ding.sf2").status, 0);
+    ASSERT_EQ(run("convert ding.sf2 ding.dls").status, 0);
+    EXPECT_NE(textOf(test::readFile(folder / "ding.dls")).find("rgn2"), std::string::npos)
+        << "the extension stands for level 2";
+    ASSERT_EQ(run("convert ding.sf2 one.dls --to \"DownLoadable Sounds level 1\"").status, 0);
+    EXPECT_EQ(textOf(test::readFile(folder / "one.dls")).find("rgn2"), std::string::npos);
+
+    // Formats of single instruments are compared with what they came from, too.
+    ASSERT_EQ(run("convert ding.sf2 banks/ --to sfz --report lost.json").status, 0);
+    const auto lost = nlohmann::json::parse(textOf(test::readFile(folder / "lost.json")));
+    EXPECT_TRUE(lost["counts"].contains("cc91ToReverb"));
+    EXPECT_FALSE(lost["counts"].contains("tuning"));
+    EXPECT_EQ(run("convert ding.sf2 strict/ --to sfz --strict").status, 4);
+    EXPECT_EQ(json("info --json banks/Ding.sfz")["waves"][0]["frames"], 26000);
+}
+
+TEST_F(Kelvane, ProcessesWaves) {
+    ASSERT_EQ(run("process ding.wav -o half.wav --do trim-waveform-to-selection --range 0:13000").status, 0);
+    EXPECT_EQ(json("info --json half.wav")["waves"][0]["frames"], 13000);
+    const Outcome told = run("process ding.wav -o same.wav --do statistics");
+    EXPECT_NE(told.err.find("Zero crossings: "), std::string::npos);
+    EXPECT_EQ(run("process ding.wav -o x.wav --do nonsense").status, 2);
+    EXPECT_EQ(run("process ding.wav -o x.wav --do statistics --range 9:3").status, 2);
+    EXPECT_EQ(run("process ding.wav -o x.wav --do transpose-notes").status, 1) << "there is no song";
+    EXPECT_FALSE(fs::exists(folder / "x.wav"));
+    EXPECT_GT(json("algorithms --json").size(), 30U);
+    EXPECT_EQ(json("algorithms --json --midi").size(), 8U);
 }
 
 TEST_F(Kelvane, CarriesArticulationFromBankToBank) {

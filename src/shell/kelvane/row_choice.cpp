@@ -1,5 +1,6 @@
 #include "shell/kelvane/row_choice.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "base/text.h"
@@ -7,6 +8,17 @@
 #include "model/workspace.h"
 
 namespace kv {
+namespace {
+
+/// Of several rows that write the same extension, those that keep the most and that other programs read. For
+/// all other extensions it is the first.
+constexpr std::string_view kPreferred[] = {"DownLoadable Sounds level 2"};
+
+bool isPreferred(const FormatRow& row) {
+    return std::find(std::begin(kPreferred), std::end(kPreferred), row.description) != std::end(kPreferred);
+}
+
+} // namespace
 
 int chooseRow(std::string_view text, RowUse use) {
     const FormatTable& formats = *workspace().formats;
@@ -21,16 +33,20 @@ int chooseRow(std::string_view text, RowUse use) {
     const bool isNumber = error == std::errc() && end == text.data() + text.size();
     const FormatRow* numbered = isNumber ? formats.row(number) : nullptr;
 
-    int candidate = -1;
+    int candidate = -1, known = -1; // built, and not built yet
     for (int i = 0; i < formats.size(); ++i) {
         const FormatRow& row = *formats.row(i);
         const std::string_view extension = text.starts_with('.') ? text.substr(1) : text;
         const bool named = row.description == text || equalIgnoringCase(row.extension, extension);
         if (!named || !usable(row)) continue;
-        if (built(row)) return i;
+        if (!built(row)) {
+            if (known < 0) known = i;
+            continue;
+        }
+        if (row.description == text || isPreferred(row)) return i;
         if (candidate < 0) candidate = i;
     }
-    if (candidate >= 0) return candidate;
+    if (candidate >= 0 || known >= 0) return candidate >= 0 ? candidate : known;
     for (int i = 0; i < formats.size(); ++i) {
         if (usable(*formats.row(i)) && equalIgnoringCase(formats.row(i)->description, text)) return i;
     }
