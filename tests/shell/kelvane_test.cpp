@@ -228,11 +228,9 @@ TEST_F(Kelvane, WritesBanksOfManyKinds) {
 
     // Formats of single instruments are compared with what they came from, too.
     ASSERT_EQ(run("convert ding.sf2 banks/ --to sfz --report lost.json").status, 0);
-    const auto lost = nlohmann::json::parse(textOf(test::readFile(folder / "lost.json")));
-    EXPECT_TRUE(lost["counts"].contains("cc91ToReverb"));
-    EXPECT_FALSE(lost["counts"].contains("tuning"));
+    EXPECT_EQ(nlohmann::json::parse(textOf(test::readFile(folder / "lost.json")))["lost"], 0);
     EXPECT_EQ(run("convert ding.sf2 strict/ --to sfz --strict").status, 4);
-    EXPECT_EQ(json("info --json banks/Ding.sfz")["waves"][0]["frames"], 26000);
+    EXPECT_EQ(json("info --json banks/ding.sfz")["waves"][0]["frames"], 26000);
 }
 
 TEST_F(Kelvane, ProcessesWaves) {

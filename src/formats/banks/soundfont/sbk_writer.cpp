@@ -40,7 +40,7 @@ bool sbk_Exp(Item& item, FileContext& file, u32, u32, bool, f32) {
         headers.u32le(point(wave->params.loopStart)).u32le(point(wave->params.loopEnd));
         start += wave->frames + kSfGapPoints;
     }
-    addSfName(names, "EOS");
+    addSfEnd(names, "EOS");
     headers.fill(kSf1SampleBytes);
 
     SfBankFile bank{contents, item, kContext};

@@ -42,7 +42,7 @@ ByteWriter sampleHeaders(const BankContents& contents, std::span<const SfLink> l
         addSampleHeader(headers, *contents.waves[i], start, links[i]);
         start += contents.waves[i]->frames + kSfGapPoints;
     }
-    addSfName(headers, "EOS");
+    addSfEnd(headers, "EOS");
     headers.fill(kSf2SampleBytes - kSfNameBytes);
     return headers;
 }

@@ -27,6 +27,14 @@ std::string storedText(std::string_view text, std::size_t bytes) {
     return std::string(text.substr(0, bytes));
 }
 
+/// Readers end a list where a name begins like its end mark.
+std::string unlikeEndMarks(std::string stored) {
+    for (const std::string_view mark : {"EOP", "EOI", "EOS"}) {
+        if (stored.starts_with(mark)) stored[1] = 'o';
+    }
+    return stored;
+}
+
 u16 bankOf(const Instrument& instrument) {
     constexpr u16 kDrumBank = 128;
     if (instrument.drumKit()) return kDrumBank;
@@ -39,9 +47,12 @@ u16 bankOf(const Instrument& instrument) {
 
 } // namespace
 
+void addSfEnd(ByteWriter& to, std::string_view mark) {
+    to.text(mark).fill(kSfNameBytes - mark.size());
+}
+
 void addSfName(ByteWriter& to, std::string_view name) {
-    const std::string stored = storedText(name, kSfNameBytes);
-    to.text(stored).fill(kSfNameBytes - stored.size());
+    addSfEnd(to, unlikeEndMarks(storedText(name, kSfNameBytes)));
 }
 
 // ---- The tables
@@ -136,7 +147,7 @@ void SfBankLists::preset(const Instrument& owner, bool share) {
 }
 
 u16 SfBankLists::instrument(const LayerZones& layer, const std::string& name) {
-    instruments_.bytes.text(name).fill(kSfNameBytes - name.size());
+    addSfEnd(instruments_.bytes, unlikeEndMarks(name));
     instruments_.bytes.u16le(static_cast<u16>(instrumentZones_.bags.count));
     if (instruments_.count >= kMostRecords) tooMany_ = true;
 
@@ -316,9 +327,9 @@ void SfBankLists::addModulator(Zones& zones, std::size_t slot, i16 amount) {
 
 /// Readers find the end of the last zone in the record behind it.
 void SfBankLists::finish() {
-    addSfName(presets_.bytes, "EOP");
+    addSfEnd(presets_.bytes, "EOP");
     presets_.bytes.fill(4).u16le(static_cast<u16>(presetZones_.bags.count)).fill(12);
-    addSfName(instruments_.bytes, "EOI");
+    addSfEnd(instruments_.bytes, "EOI");
     instruments_.bytes.u16le(static_cast<u16>(instrumentZones_.bags.count));
     addBag(presetZones_);
     addBag(instrumentZones_);

@@ -93,7 +93,9 @@ private:
     bool tooMany_ = false;
 };
 
-/// A text as the 20 bytes of a name.
+/// A text as the 20 bytes of an item's name.
 void addSfName(ByteWriter& to, std::string_view name);
+/// The same for the mark that ends a list.
+void addSfEnd(ByteWriter& to, std::string_view mark);
 
 } // namespace kv

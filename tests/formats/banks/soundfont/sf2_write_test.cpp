@@ -249,6 +249,19 @@ TEST_F(Sf2Write, TwentyFourBits) {
         ASSERT_EQ(GetFloatData(again)[static_cast<std::size_t>(i)] * 8388608, i * 12345 - 600000);
 }
 
+TEST_F(Sf2Write, NamesLikeEndMarksEndNothing) {
+    startCollection();
+    Wave* first = addWave("EOS");
+    Wave* second = addWave("other");
+    for (const Wave* wave : {first, second})
+        store().Create<Instrument>(kNextFreeNumber, numberOf(wave->id()), 1U, wave == first ? "EOP" : "EOI");
+    write(*store().First<Collection>(), "marks.sf2");
+    ASSERT_TRUE(Import(folder / "marks.sf2", true));
+    EXPECT_EQ(store().count(kInstrumentClass), 2U);
+    EXPECT_EQ(store().count(kWaveClass), 2U);
+    EXPECT_EQ(store().count(kRegionClass), 2U);
+}
+
 TEST_F(Sf2Write, WhatIsLostIsTold) {
     startCollection();
     Wave* wave = addWave("stereo", 50, 2);
