@@ -50,7 +50,10 @@ struct ArticulationField {
     bool isReal() const { return std::holds_alternative<f32 Articulation::*>(member); }
     /// Into the limits; what is not a number becomes the default.
     void clamp(Articulation& record) const;
-    f64 initial() const { return get(Articulation()); }
+    f64 initial() const {
+        static const Articulation kInitial;
+        return get(kInitial);
+    }
     /// The set has the field in use.
     bool carriedBy(const ParameterSet& parameterSet) const;
 };

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Opens, describes, rewrites and unpacks a SoundFont bank, in turns with other programs that read it and with
+# Opens, describes, rewrites, converts and unpacks a SoundFont bank, in turns with other programs that read it and with
 # cp of what was written, and prints the processor time of each. Needs some 600 MB in a temporary folder.
-# Usage: bench/soundfont.sh [BANK.sf2]
+# Usage: bench/banks.sh [BANK.sf2]
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 kelvane=$root/build/release/src/shell/kelvane/kelvane
@@ -23,7 +23,7 @@ row() { # label; each line of standard input: seconds and MB of one round
 
 rounds() { # command...: five rounds
     for _ in 1 2 3 4 5; do
-        rm -rf folder && mkdir folder && rm -f out.sf2 copy.sf2
+        rm -rf folder && mkdir folder && rm -f out.* copy.*
         echo "$(cpu "$@")"
     done
 }
@@ -39,3 +39,9 @@ rounds cp written.sf2 copy.sf2 | row "cp of that"
 rounds "$kelvane" -q convert "$bank" folder --to wav | row "kelvane convert to WAV files"
 mkdir waves && "$kelvane" -q convert "$bank" waves --to wav
 rounds cp -r waves folder/copy | row "cp of those"
+"$kelvane" -q convert "$bank" written.dls --to "DownLoadable Sounds level 2"
+rounds "$kelvane" -q convert "$bank" out.dls --to "DownLoadable Sounds level 2" | row "kelvane convert to DLS level 2"
+rounds cp --reflink=never written.dls copy.dls | row "cp of that"
+rm -rf waves && mkdir waves && "$kelvane" -q convert "$bank" waves --to sfz
+rounds "$kelvane" -q convert "$bank" folder --to sfz | row "kelvane convert to SFZ"
+rounds cp -r --reflink=never waves folder/copy | row "cp of those"
