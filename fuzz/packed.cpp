@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "base/run_context.h"
+#include "formats/codecs/flac_stream.h"
 #include "formats/codecs/vorbis_stream.h"
 #include "formats/codecs/wavpack_stream.h"
 #include "require.h"
@@ -46,5 +47,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto source = std::make_shared<MemorySource>(std::as_bytes(std::span(data, size)));
     check(source, probeWavPack, openWavPack);
     check(source, probeVorbis, openVorbis);
+    check(source, probeFlac, openFlac);
     return 0;
 }

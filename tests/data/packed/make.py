@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes the packed streams beside this script. Needs the Debian packages wavpack and vorbis-tools:
+"""Makes the packed streams beside this script. Needs the Debian packages wavpack, vorbis-tools and flac:
     python3 tests/data/packed/make.py
 The signal is the one that the tests compute, in integers only: a parabola for each half of a wave."""
 import pathlib
@@ -40,3 +40,13 @@ wavpack("stereo-float.wv", "32f", 2, lambda v, i: struct.pack("<f", v / 32768))
 for channels, name in (1, "mono.ogg"), (2, "stereo.ogg"):
     run(["oggenc", "-Q", "-r", "-R", "44100", "-B", "16", "-C", str(channels), "-q", "10", "--serial", str(channels)],
         name, channels, lambda v, i: struct.pack("<h", v))
+
+
+def flac(name, bits, channels, pack):
+    run(["flac", "-s", "-f", "-b", "512", "--force-raw-format", "--endian=little", "--sign=signed", f"--bps={bits}",
+         "--sample-rate=44100", f"--channels={channels}"], name, channels, pack)
+
+
+flac("mono8.flac", 8, 1, lambda v, i: struct.pack("b", v >> 8))
+flac("stereo16.flac", 16, 2, lambda v, i: struct.pack("<h", v))
+flac("mono24.flac", 24, 1, lambda v, i: pack24(v * 256 + i % 251))

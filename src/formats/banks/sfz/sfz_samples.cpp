@@ -6,6 +6,7 @@
 #include "base/file_context.h"
 #include "base/run_context.h"
 #include "formats/audio/wav_chunks.h"
+#include "formats/codecs/flac_stream.h"
 #include "formats/codecs/vorbis_stream.h"
 #include "model/sample_blocks.h"
 #include "model/store.h"
@@ -20,26 +21,38 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kContext = "sfz_ImpWave";
 
-std::unique_ptr<SampleBlocks> openOgg(const Wave& wave, FileContext& file) {
-    if (file.source) return openVorbis(file.source, 0, wave.frames, wave.channels);
+using Probe = decltype(&probeVorbis);
+
+template <auto kOpen>
+std::unique_ptr<SampleBlocks> openPacked(const Wave& wave, FileContext& file) {
+    if (file.source) return kOpen(file.source, 0, wave.frames, wave.channels);
     Fail(kContext, "Reading from file failed");
     return nullptr;
 }
-const WaveReader kOggReader{"ogg_ImpWave", loadThroughBlocks, openOgg};
+const WaveReader kOggReader{"ogg_ImpWave", loadThroughBlocks, openPacked<openVorbis>};
+const WaveReader kFlacReader{"flac_ImpWave", loadThroughBlocks, openPacked<openFlac>};
 
-Wave* readOgg(FileContext& file) {
-    const std::optional<PackedStreamInfo> info = probeVorbis(file.source);
+Wave* readPacked(FileContext& file, Probe probe, const WaveReader& reader) {
+    const std::optional<PackedStreamInfo> info = probe(file.source);
     if (!info) return nullptr;
     if (info->channels < 1 || info->channels > 2) {
         Fail(kContext, "{} channels are too many", info->channels);
         return nullptr;
     }
-    Wave* wave = store().Create<Wave>(kNextFreeNumber, &kOggReader);
+    Wave* wave = store().Create<Wave>(kNextFreeNumber, &reader);
     wave->channels = info->channels;
     wave->sampleRate = info->sampleRate;
     wave->frames = static_cast<u32>(std::min<u64>(info->frames, UINT32_MAX));
-    wave->bits = 16; // a lossy codec's noise is above that
+    wave->bits = info->bits > 0 ? info->bits : 16; // a lossy codec's noise is above that
     return wave;
+}
+
+Wave* readOgg(FileContext& file) {
+    return readPacked(file, probeVorbis, kOggReader);
+}
+
+Wave* readFlac(FileContext& file) {
+    return readPacked(file, probeFlac, kFlacReader);
 }
 
 Wave* readWav(FileContext& file) {
@@ -56,7 +69,7 @@ struct SampleKind {
     std::string_view extension;
     Wave* (*read)(FileContext& file);
 };
-constexpr SampleKind kKinds[] = {{".ogg", readOgg}, {".flac", refuse}, {".aiff", refuse}, {".aif", refuse}};
+constexpr SampleKind kKinds[] = {{".ogg", readOgg}, {".flac", readFlac}, {".aiff", refuse}, {".aif", refuse}};
 
 void warn(std::string_view sample, std::string_view text) {
     runContext().diagnostics.warn(0, "sample", fmt::format("{}: {}", sample.substr(0, 300), text));
