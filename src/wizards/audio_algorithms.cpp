@@ -12,6 +12,7 @@
 #include "samples/data_format.h"
 #include "wizards/algorithm_table.h"
 #include "wizards/audio_run.h"
+#include "wizards/loop_rows.h"
 #include "wizards/signal_rows.h"
 #include "wizards/wave_channels.h"
 #include "wizards/wave_edit.h"
@@ -480,10 +481,14 @@ constexpr u32 kSelection = kTakesRange | kNeedsRange;
 constexpr Algorithm kRows[] = {
     {kAudio, "Adjust volume", kAdjust, runAdjust, kTakesRange},
     {kAudio, "Append/combine waveforms", kAppend, runAppend, 0, single},
+    {kAudio, "Auto loop finder", kAutoLoop, runAutoLoop},
+    {kAudio, "Auto tune", kAutoTune, runAutoTune},
+    {kAudio, "Calculate tuning", {}, runCalculateTuning},
     {kAudio, "Convert bidirectional to forward loop", {}, runBidirectional, 0, bidirectional},
     {kAudio, "Convert reverse to forward loop", {}, runReverseLoop, 0, reversed},
     {kAudio, "Convert to mono", kToMono, runToMono, 0, stereo},
     {kAudio, "Convert to stereo", kToStereo, runToStereo, 0, mono},
+    {kAudio, "Cross-fade loop", kCrossfade, runCrossfade, 0, looped},
     {kAudio, "Cut away selection", {}, runCut, kSelection},
     {kAudio, "Double the loop section length", {}, runDoubleLoop, 0, looped},
     {kAudio, "Enable/disable loops", kLoops, runLoops},
@@ -494,6 +499,7 @@ constexpr Algorithm kRows[] = {
     {kAudio, "Invert sign throughout selection", {}, runInvert, kSelection},
     {kAudio, "Maximize amplitude", kMaximize, runMaximize},
     {kAudio, "Mix out = a*wave1 + b*wave2 + c", kMix, runMix, 0, single},
+    {kAudio, "Move loop points to nearest zero-crossing", {}, runZeroCrossing, 0, looped},
     {kAudio, "Normalize volume", kNormalize, runNormalize},
     {kAudio, "Parse root key from waveform name", {}, runRootKeys},
     {kAudio, "Pitch scale", kPitchScale, runPitchScale},
@@ -513,6 +519,7 @@ constexpr Algorithm kRows[] = {
     {kAudio, "Statistics", {}, runStatistics, kTakesRange},
     {kAudio, "Swap left and right channels", {}, runSwap, 0, stereo},
     {kAudio, "Time stretch", kTimeStretch, runTimeStretch},
+    {kAudio, "Trim data after loop end point", kTrimAfterLoop, runTrimAfterLoop, 0, looped},
     {kAudio, "Trim waveform to selection", {}, runKeep, kSelection},
 };
 
