@@ -1,8 +1,6 @@
 #include "wizards/loop_score.h"
 
-#include <algorithm>
 #include <array>
-#include <cmath>
 
 namespace kv {
 
@@ -46,7 +44,7 @@ f32 LoopScore::operator()(u32 start, u32 end) const {
     const u32 i = static_cast<u32>(first), j = static_cast<u32>(second), count = static_cast<u32>(length);
     const f64 e0 = product(i, i, count), e1 = product(j, j, count);
     if (!(e0 > 0) || !(e1 > 0)) return 0;
-    return std::min(static_cast<f32>(product(i, j, count) / (std::sqrt(e1) * std::sqrt(e0))), 1.0F);
+    return correlation(product(i, j, count), e0, e1);
 }
 
 } // namespace kv

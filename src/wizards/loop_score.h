@@ -1,6 +1,8 @@
 // How well two places of a sound would join as the ends of a loop.
 #pragma once
 
+#include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "base/integers.h"
@@ -24,6 +26,10 @@ public:
     /// most; 0 or below when they don't fit or are silent.
     f32 operator()(u32 start, u32 end) const;
 
+    /// The score of two whole windows from the sums of their squares.
+    static f32 correlation(f64 product, f64 energy0, f64 energy1) {
+        return std::min(static_cast<f32>(product / (std::sqrt(energy1) * std::sqrt(energy0))), 1.0F);
+    }
     /// Sum of the products of `count` levels from two places on.
     f64 product(u32 first, u32 second, u32 count) const;
 

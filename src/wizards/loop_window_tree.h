@@ -52,10 +52,12 @@ private:
     u32 build(u32 first, u32 last);
     f32 distance(const Node& node, const Query& query) const;
     void visit(u32 index, Query& query) const;
+    void compare(u32 start, Query& query) const;
 
     const LoopScore& score_;
     u32 firstPlace_ = 0;
     std::vector<Place> places_; ///< by frame in the middle of the window, from `firstPlace_` on
+    std::vector<f64> energies_; ///< likewise: sums of squares
     std::vector<Window> windows_;
     std::vector<Node> nodes_;
 };
