@@ -1,7 +1,6 @@
 #include "model/pending.h"
 
 #include "base/run_context.h"
-#include "model/sample_blocks.h"
 
 namespace kv {
 
@@ -15,11 +14,5 @@ Wave* renderSong(Item&, bool) {
 }
 
 void scanVoiceDumps(Track&) {}
-
-std::unique_ptr<SampleBlocks> resampled(std::unique_ptr<SampleBlocks> blocks, u32 fromHz, u32 toHz, u32) {
-    if (!blocks || fromHz == toHz) return blocks;
-    Fail("Resample", "Resampling is not available yet");
-    return nullptr;
-}
 
 } // namespace kv

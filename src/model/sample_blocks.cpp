@@ -174,9 +174,8 @@ std::unique_ptr<SampleBlocks> openStored(const Wave& wave, FileContext& file) {
                           : openWhole<i16>(wave, *file.source, file.position);
 }
 
-/// Reads all blocks into a buffer, in steps between which the user may stop.
 template <class T>
-bool readAll(SampleBlocks& blocks, SampleBuffer<T>& buffer) {
+bool readAllBlocks(SampleBlocks& blocks, SampleBuffer<T>& buffer) {
     constexpr std::size_t kStep = 1 << 20;
     const u64 count = u64{blocks.channels()} * blocks.frames();
     if (!buffer.allocate(static_cast<std::size_t>(count))) return Fail(kReadContext, "Out of memory");
@@ -204,6 +203,13 @@ bool loadBlocks(Wave& wave, std::unique_ptr<SampleBlocks> blocks) {
 }
 
 } // namespace
+
+bool readAll(SampleBlocks& blocks, SampleBuffer<i16>& to) {
+    return readAllBlocks(blocks, to);
+}
+bool readAll(SampleBlocks& blocks, SampleBuffer<f32>& to) {
+    return readAllBlocks(blocks, to);
+}
 
 const WaveReader genericReader{"gen_ImpWave", gen_ImpWave, openStored};
 

@@ -69,6 +69,11 @@ bool gen_ImpWave(Wave& wave, FileContext& file);
 /// the error pair set on failure.
 std::unique_ptr<SampleBlocks> openSamples(const Wave& wave, bool preferFloat);
 
+/// Reads all frames, in steps between which the user may stop. False with the error pair set on failure: the
+/// buffer is empty after a stop, else what came in stays and the rest is silence.
+bool readAll(SampleBlocks& blocks, SampleBuffer<i16>& to);
+bool readAll(SampleBlocks& blocks, SampleBuffer<f32>& to);
+
 /// The word's samples can be written, and how: bytes per sample; 0 sets the error pair.
 u32 writableSampleBytes(u32 formatWord);
 /// Channels that a wave of 1 or 2 channels is written with; 0 sets the error pair.

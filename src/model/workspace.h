@@ -39,6 +39,7 @@ struct Workspace : RunContext {
         friend bool operator==(const WrittenSample&, const WrittenSample&) = default;
     };
     std::optional<std::unordered_map<std::string, WrittenSample>> writtenSamples;
+    bool warnLongLoopSearch = true; ///< asks before the search for a loop in a long wave
     u32 wavFact = 0; ///< what the last WAV file that has frames to tell left for the next fact chunk
 };
 

@@ -11,6 +11,9 @@
 #include "model/workspace.h"
 #include "samples/data_format.h"
 #include "wizards/algorithm_table.h"
+#include "wizards/audio_run.h"
+#include "wizards/loop_rows.h"
+#include "wizards/signal_rows.h"
 #include "wizards/wave_channels.h"
 #include "wizards/wave_edit.h"
 #include "wizards/wave_insert.h"
@@ -21,31 +24,10 @@
 namespace kv {
 namespace {
 
-constexpr std::string_view kContext = "process";
+constexpr std::string_view kContext = kProcessContext;
 constexpr f64 kManyFrames = 4294967295.0;
 
 // ---- What the rows share
-
-Wave& waveAt(const WizardItems& items, std::size_t index) {
-    return static_cast<Wave&>(*items.items[index]);
-}
-
-/// Calls `work(wave)` for each wave as long as it answers true.
-template <class Work>
-bool forEachWave(const AlgorithmRun& run, Work work) {
-    for (std::size_t i = 0; i < run.items.items.size(); ++i) {
-        ShowProgress(i, run.items.items.size());
-        if (!work(waveAt(run.items, i))) return false;
-        waveAt(run.items, i).FixUp();
-    }
-    ShowProgress(0, 0);
-    return true;
-}
-
-FrameRange rangeFor(const AlgorithmRun& run, const Wave& wave) {
-    if (!run.items.rangeOn) return {0, wave.frames};
-    return rangeOf(wave, run.items.rangeFrom, run.items.rangeTo);
-}
 
 /// The wave of a parameter: "wave:2" or its name; null when it is empty or there is none.
 Wave* namedWave(const AlgorithmRun& run, std::string_view slug) {
@@ -485,8 +467,7 @@ bool runStatistics(AlgorithmRun& run) {
     return forEachWave(run, [&](Wave& wave) {
         WaveStatistics statistics;
         if (!measure(wave, rangeFor(run, wave), statistics)) return false;
-        if (!run.text.empty()) run.text += "\n\n";
-        run.text += fmt::format("{}\n{}", wave.name().view(), statisticsText(statistics));
+        say(run, wave, statisticsText(statistics));
         return true;
     });
 }
@@ -500,22 +481,31 @@ constexpr u32 kSelection = kTakesRange | kNeedsRange;
 constexpr Algorithm kRows[] = {
     {kAudio, "Adjust volume", kAdjust, runAdjust, kTakesRange},
     {kAudio, "Append/combine waveforms", kAppend, runAppend, 0, single},
+    {kAudio, "Auto loop finder", kAutoLoop, runAutoLoop},
+    {kAudio, "Auto tune", kAutoTune, runAutoTune},
+    {kAudio, "Calculate tuning", {}, runCalculateTuning},
     {kAudio, "Convert bidirectional to forward loop", {}, runBidirectional, 0, bidirectional},
     {kAudio, "Convert reverse to forward loop", {}, runReverseLoop, 0, reversed},
     {kAudio, "Convert to mono", kToMono, runToMono, 0, stereo},
     {kAudio, "Convert to stereo", kToStereo, runToStereo, 0, mono},
+    {kAudio, "Cross-fade loop", kCrossfade, runCrossfade, 0, looped},
     {kAudio, "Cut away selection", {}, runCut, kSelection},
     {kAudio, "Double the loop section length", {}, runDoubleLoop, 0, looped},
     {kAudio, "Enable/disable loops", kLoops, runLoops},
     {kAudio, "Fade in/out selection", kFade, runFade, kSelection},
+    {kAudio, "Find volume", kFindVolume, runFindVolume},
     {kAudio, "Insert silence", kSilence, runInsertSilence, kTakesRange},
     {kAudio, "Insert another waveform", kInsert, runInsert, kTakesRange},
     {kAudio, "Invert sign throughout selection", {}, runInvert, kSelection},
     {kAudio, "Maximize amplitude", kMaximize, runMaximize},
     {kAudio, "Mix out = a*wave1 + b*wave2 + c", kMix, runMix, 0, single},
+    {kAudio, "Move loop points to nearest zero-crossing", {}, runZeroCrossing, 0, looped},
+    {kAudio, "Normalize volume", kNormalize, runNormalize},
     {kAudio, "Parse root key from waveform name", {}, runRootKeys},
+    {kAudio, "Pitch scale", kPitchScale, runPitchScale},
     {kAudio, "Remove DC offset", {}, runDcOffset},
     {kAudio, "Remove silent sections", kRemoveSilence, runRemoveSilence},
+    {kAudio, "Resample / Convert sample rate", kResample, runResample},
     {kAudio, "Reverse audio within selection", {}, runReverse, kSelection},
     {kAudio, "Search and replace text in names", kReplace, runReplace},
     {kAudio, "Set copyright text", kCopyright, runCopyright},
@@ -528,6 +518,8 @@ constexpr Algorithm kRows[] = {
     {kAudio, "Split waveform at silent sections", kSplit, runSplit},
     {kAudio, "Statistics", {}, runStatistics, kTakesRange},
     {kAudio, "Swap left and right channels", {}, runSwap, 0, stereo},
+    {kAudio, "Time stretch", kTimeStretch, runTimeStretch},
+    {kAudio, "Trim data after loop end point", kTrimAfterLoop, runTrimAfterLoop, 0, looped},
     {kAudio, "Trim waveform to selection", {}, runKeep, kSelection},
 };
 

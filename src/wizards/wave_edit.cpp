@@ -286,4 +286,22 @@ void movePointsAfterInsertion(Wave& wave, u32 position, u32 added) {
         [&](f64 point) { return point > position ? point + added : point; });
 }
 
+void scalePoints(Wave& wave, f64 factor) {
+    const auto nearest = [&](auto point) { return std::floor(static_cast<f64>(point) * factor + 0.5); };
+    forEachLoop(wave, [&](SampleParams& params) {
+        params.loopStart *= factor;
+        params.loopEnd *= factor;
+        params.startOffset = saturate<i32>(nearest(params.startOffset));
+        params.endOffset = saturate<i32>(nearest(params.endOffset));
+    });
+    if (wave.selStart >= 0) {
+        wave.selStart = saturate<u32>(nearest(wave.selStart));
+        wave.selEnd = saturate<u32>(nearest(wave.selEnd));
+    }
+    for (CuePoint& cue : wave.cuePoints) {
+        cue.position = saturate<u32>(nearest(cue.position));
+        cue.length = saturate<u32>(nearest(cue.length));
+    }
+}
+
 } // namespace kv

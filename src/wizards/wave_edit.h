@@ -49,5 +49,7 @@ bool KeepRange(Wave& wave, FrameRange range);
 /// in ahead of `position`.
 void movePointsAfterRemoval(Wave& wave, u32 position, u32 removed);
 void movePointsAfterInsertion(Wave& wave, u32 position, u32 added);
+/// The same for frames that stand `factor` times as far from the start. Positions within regions follow too.
+void scalePoints(Wave& wave, f64 factor);
 
 } // namespace kv

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <span>
 
+#include "model/resampled_blocks.h"
 #include "model/sample_edit.h"
 #include "model/wave_data.h"
 #include "wizards/wave_edit.h"
@@ -38,12 +39,15 @@ bool inChannels(std::span<const T> samples, u32 channels, u32 wanted, SampleBuff
     return true;
 }
 
+/// All samples of a wave in the rate and the channels of another.
 template <class T>
-std::span<T> dataOf(Wave& wave) {
-    if constexpr (std::is_same_v<T, f32>)
-        return GetFloatData(wave);
-    else
-        return GetInt16Data(wave);
+bool samplesFor(const Wave& target, const Wave& source, SampleBuffer<T>& to) {
+    constexpr int kQuality = 8;
+    const auto blocks = resampled(openSamples(source, std::is_same_v<T, f32>), source.sampleRate,
+                                  target.sampleRate, kQuality, sourceBitsOf(source));
+    SampleBuffer<T> samples;
+    return blocks && readAll(*blocks, samples) &&
+           inChannels<T>(samples.span(), source.channels, target.channels, to);
 }
 
 /// Inserts `added` frames, silent or those of `source`.
@@ -75,23 +79,18 @@ bool InsertSilence(Wave& wave, u32 position, u32 frames) {
 bool InsertWave(Wave& wave, u32 position, Wave& inserted) {
     if (!wave.LoadData() || !inserted.LoadData()) return false;
     if (inserted.frames == 0) return true;
-    if (inserted.sampleRate != wave.sampleRate)
-        return Fail("Insert", "The waveforms have different sample rates");
+    if (inserted.samplesFloat && !wave.samplesFloat && wave.frames > 0 && GetFloatData(wave).empty())
+        return outOfMemory();
     position = std::min(position, wave.frames);
-    const u32 added = inserted.frames;
-    const bool done = [&] {
-        if (inserted.samplesFloat && !wave.samplesFloat && wave.frames > 0 && GetFloatData(wave).empty())
-            return outOfMemory();
-        return editSamples(wave, [&](auto& buffer) {
-            using T = std::remove_reference_t<decltype(*buffer.data())>;
-            const std::span<const T> source = dataOf<T>(inserted);
-            SampleBuffer<T> fitting;
-            if (source.empty() || !inChannels(source, inserted.channels, wave.channels, fitting))
-                return outOfMemory();
-            return insertFrames<T>(wave, buffer, position, added, fitting.span());
-        });
-    }();
-    if (done) movePointsAfterInsertion(wave, position, added);
+    const u32 before = wave.frames;
+    const bool done = editSamples(wave, [&](auto& buffer) {
+        using T = std::remove_reference_t<decltype(*buffer.data())>;
+        SampleBuffer<T> fitting;
+        if (!samplesFor(wave, inserted, fitting)) return false;
+        const auto added = static_cast<u32>(fitting.size() / wave.channels);
+        return insertFrames<T>(wave, buffer, position, added, fitting.span());
+    });
+    if (done) movePointsAfterInsertion(wave, position, wave.frames - before);
     return done;
 }
 

@@ -7,9 +7,9 @@ namespace kv {
 
 class Wave;
 
-/// Inserts `inserted`'s frames at `position`, which is cut to the wave; in the wave's channels. The same wave
-/// may be given. In float if either is, else in 16 bits. False with the error pair set when that can't be
-/// done.
+/// Inserts `inserted`'s frames at `position`, which is cut to the wave; in the wave's channels and resampled
+/// to its rate. The same wave may be given. In float if either is, else in 16 bits. False with the error pair
+/// set when that can't be done.
 bool InsertWave(Wave& wave, u32 position, Wave& inserted);
 /// Inserts frames of silence.
 bool InsertSilence(Wave& wave, u32 position, u32 frames);

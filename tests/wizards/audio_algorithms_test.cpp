@@ -203,8 +203,12 @@ TEST_F(AudioAlgorithms, SplittingAndJoining) {
     EXPECT_THAT(samplesOf(*wave), ElementsAre(1, 2, 3, 4, 2, 2, 4, 4));
     ASSERT_TRUE(run("mix-out-a-wave1-b-wave2-c:a=0.5,b=-1,w2=wave:2", {right}));
     EXPECT_THAT(samplesOf(*right), ElementsAre(-1, -2));
-    right->sampleRate = 1;
+    right->sampleRate = wave->sampleRate / 3; // as long as three frames
+    ASSERT_TRUE(run("append-combine-waveforms:wave1=wave:2", {wave}));
+    EXPECT_EQ(wave->frames, 10U);
+    right->sampleRate = 0;
     EXPECT_FALSE(run("append-combine-waveforms:wave1=wave:2", {wave}));
+    EXPECT_EQ(wave->frames, 10U);
     EXPECT_FALSE(MixWaves(*wave, 1, wave, 1, nullptr, 0));
     EXPECT_EQ(space.error.message, "A null wave was supplied");
 }

@@ -6,7 +6,7 @@
 
 #include "base/run_context.h"
 #include "formats/framework/losses.h"
-#include "model/pending.h"
+#include "model/resampled_blocks.h"
 #include "model/sample_blocks.h"
 #include "model/store.h"
 #include "model/wave.h"

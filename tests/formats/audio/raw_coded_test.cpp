@@ -140,11 +140,28 @@ TEST_F(RawCoded, RowsWrite) {
     EXPECT_EQ(write("Raw Yamaha 4-bit ADPCM", signal(22050)).size(), 800U);
 }
 
+TEST_F(RawCoded, WritersResampleToTheirRate) {
+    struct Case {
+        std::string_view row;
+        u32 rate, code;
+        f32 kbps;
+        std::size_t size; ///< of the 1600 frames of the signal
+    };
+    const Case cases[] = {
+        {"Rockwell ADPCM", 14400, kAdpcm2, 0, 200},
+        {"Dialogic 4-bit ADPCM", 16000, kAdpcm4, 0, 400},
+        {"Dialogic 4-bit ADPCM (6000 Hz)", 48000, kAdpcm4, 0, 100},
+        {"Dialogic 4-bit ADPCM", 22050, kPcm16, 11, 1600},
+        {"Dialogic 4-bit ADPCM", 1, kAdpcm4, 6, 4800000},
+    };
+    for (const Case& c : cases) {
+        for (const bool stereo : {false, true})
+            EXPECT_EQ(write(c.row, signal(c.rate, stereo), c.code | kMonoBit, c.kbps).size(), c.size)
+                << c.row;
+    }
+}
+
 TEST_F(RawCoded, WritersSayWhatTheyCanNot) {
-    EXPECT_FALSE(Export(rowOf("Rockwell ADPCM"), folder / "out", signal(8000), kAnyFormat, 0, false));
-    EXPECT_EQ(failure(), "Resample: Resampling is not available yet");
-    EXPECT_FALSE(Export(rowOf("Dialogic 4-bit ADPCM"), folder / "out", signal(6000), kAdpcm4, 0, false));
-    EXPECT_EQ(failure(), "Resample: Resampling is not available yet");
     FileContext file;
     EXPECT_FALSE(exportCoded(*signal(7200), file, RawCoding::Rockwell, kAdpcm5, 0, 0));
     EXPECT_EQ(failure(), "rockwell_Exp: Invalid data format");
