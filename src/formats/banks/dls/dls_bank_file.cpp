@@ -17,7 +17,7 @@ namespace kv {
 namespace {
 
 constexpr std::string_view kContext = "dls_Exp";
-constexpr u64 kHeaderBytes = 8, kListBytes = 12; // of a chunk, and of a list with its type
+constexpr u64 kHeaderBytes = 8; // of a chunk
 
 /// A list in memory, whose size is set when it ends.
 class ListScope {
