@@ -4,7 +4,6 @@
 #include <cmath>
 #include <limits>
 
-
 namespace kv {
 namespace {
 
@@ -138,6 +137,7 @@ void LoopWindowTree::placeWindows(u32 first, u32 last) {
 LoopWindowTree::LoopWindowTree(const LoopScore& score, u32 firstStart, u32 lastStart, u32 lastEnd)
     : score_(score) {
     placeWindows(firstStart, lastEnd);
+    windows_.reserve(std::size_t{lastStart} - firstStart + 1);
     for (u32 start = firstStart; start <= lastStart; ++start)
         windows_.push_back({places_[start - firstPlace_], score.levels()[start], start});
     build(0, static_cast<u32>(windows_.size()));
