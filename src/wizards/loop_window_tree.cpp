@@ -4,13 +4,12 @@
 #include <cmath>
 #include <limits>
 
-#include "dsp/polyphase.h"
-
 namespace kv {
 namespace {
 
 constexpr u32 kWindow = LoopScore::kWindow, kHalf = kWindow / 2;
 constexpr u32 kLeaf = 24;
+constexpr u32 kLineLevels = 16; // levels in a line of the cache
 constexpr f32 kFar = std::numeric_limits<f32>::infinity();
 
 using Direction = std::array<f64, kWindow>;
@@ -40,8 +39,12 @@ void orthonormalise(std::vector<Direction>& directions) {
 /// The product of two windows in floats, a few times as fast. Off by less than `kRoughness` times their
 /// lengths.
 f64 roughProduct(const f32* x, const f32* y) {
+    f32 sums[16] = {};
+    for (u32 k = 0; k < kWindow; k += 16) {
+        for (u32 lane = 0; lane < 16; ++lane) sums[lane] += x[k + lane] * y[k + lane];
+    }
     f32 sum = 0;
-    runPolyphase(PolyphaseRun<f32>{x, kWindow, {}, {}, {y, nullptr}, {&sum, nullptr}, 1});
+    for (const f32 part : sums) sum += part;
     return static_cast<f64>(sum);
 }
 constexpr f64 kRoughness = 2e-5;
@@ -134,6 +137,7 @@ void LoopWindowTree::placeWindows(u32 first, u32 last) {
 LoopWindowTree::LoopWindowTree(const LoopScore& score, u32 firstStart, u32 lastStart, u32 lastEnd)
     : score_(score) {
     placeWindows(firstStart, lastEnd);
+    windows_.reserve(std::size_t{lastStart} - firstStart + 1);
     for (u32 start = firstStart; start <= lastStart; ++start)
         windows_.push_back({places_[start - firstPlace_], score.levels()[start], start});
     build(0, static_cast<u32>(windows_.size()));
@@ -163,7 +167,7 @@ u32 LoopWindowTree::build(u32 first, u32 last) {
     if (last - first <= kLeaf) return index;
 
     // Where the windows differ most; levels within a few steps of each other divide as well as places do.
-    constexpr f32 kLevelWeight = 0.05F / LoopScore::kMostStep;
+    constexpr f32 kLevelWeight = 0.2F / LoopScore::kMostStep;
     f32 widest = (node.mostLevel - node.leastLevel) * kLevelWeight;
     std::size_t axis = kCoordinates;
     for (std::size_t c = 0; c < kCoordinates; ++c) {
@@ -209,6 +213,9 @@ void LoopWindowTree::visit(u32 index, Query& query) const {
         if (farDistance <= query.reach) visit(far, query);
         return;
     }
+    // All of a leaf's windows are asked for before any is looked at: they stand all over the memory.
+    std::array<u32, kLeaf> chosen{};
+    u32 count = 0;
     for (u32 i = node.first; i < node.last; ++i) {
         const Window& window = windows_[i];
         if (window.start > query.lastStart || std::abs(window.level - query.level) > LoopScore::kMostStep)
@@ -219,8 +226,11 @@ void LoopWindowTree::visit(u32 index, Query& query) const {
             sum += off * off;
         }
         if (sum > query.reach) continue;
-        compare(window.start, query);
+        chosen[count++] = window.start;
+        for (u32 k = 0; k < kWindow; k += kLineLevels)
+            __builtin_prefetch(score_.levels().data() + (window.start - kHalf + k));
     }
+    for (u32 i = 0; i < count; ++i) compare(chosen[i], query);
 }
 
 void LoopWindowTree::compare(u32 start, Query& query) const {

@@ -139,7 +139,7 @@ bool TrimAfterLoop(Wave& wave, bool appendLoopStart, bool withRegions, bool save
         const std::string_view name = wave.name().view();
         Wave* release =
             store().Create<Wave>(wave, kNextFreeNumber,
-                                 fmt::format("{} Release", name.substr(0, kReleaseNameLength)), loop.end, 0);
+                                 fmt::format("{} Release", name.substr(0, kReleaseNameLength)), loop.end, 0U);
         release->params.loopFlags = 0;
         release->params.loopStart = 0;
         release->params.loopEnd = release->frames;

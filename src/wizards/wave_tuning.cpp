@@ -31,7 +31,7 @@ bool FindTuning(Wave& wave, Tuning& to) {
     if (!lookAtSamples<f32>(wave, find)) return false;
     if (!(hertz > 0)) return Fail("Find Tuning", "Auto-Tuning failed!");
     f64 exact = 12 * std::log2(hertz / kKeyZeroHz);
-    int key = static_cast<int>(exact + 0.5);
+    int key = saturate<i32>(exact + 0.5);
     while (key > kHighestKey) {
         key -= 12;
         exact -= 12;

@@ -33,7 +33,7 @@ std::size_t peakOf(std::span<const f32> samples) {
 /// 50 ms around a sample, as far as there are any.
 std::span<const f32> around(std::span<const f32> samples, const Wave& wave, std::size_t peak) {
     const std::size_t length =
-        std::max<std::size_t>(static_cast<std::size_t>(wave.sampleRate * 0.05 + 0.5), 1) * wave.channels;
+        std::max<std::size_t>(saturate<u32>(wave.sampleRate * 0.05 + 0.5), 1) * wave.channels;
     const std::size_t frame = peak - peak % wave.channels, half = length / 2 / wave.channels * wave.channels;
     const std::size_t from = frame - std::min(frame, half);
     return samples.subspan(from, std::min(length, samples.size() - from));

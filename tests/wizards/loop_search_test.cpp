@@ -18,8 +18,7 @@ f64 turn(f64 hertz, u32 frame) {
 /// In steps of 16 bits, as most samples are.
 std::vector<f32> samplesOf(const Signal& signal, u32 frames, f64 steps = 32768) {
     std::vector<f32> samples(frames);
-    for (u32 i = 0; i < frames; ++i)
-        samples[i] = static_cast<f32>(std::round(signal(i) * steps) / steps);
+    for (u32 i = 0; i < frames; ++i) samples[i] = static_cast<f32>(std::round(signal(i) * steps) / steps);
     return samples;
 }
 
@@ -91,7 +90,8 @@ TEST(LoopSearch, SinesLoopAtWholePeriods) {
 
 TEST(LoopSearch, StopsWhenTold) {
     std::minstd_rand random(1);
-    const LoopScore score(samplesOf([&](u32) { return std::uniform_real_distribution(-1.0, 1.0)(random); }, 2000));
+    const LoopScore score(
+        samplesOf([&](u32) { return std::uniform_real_distribution(-1.0, 1.0)(random); }, 2000));
     u64 calls = 0, before = 0;
     findLoop(score, loopSearchRange(score, 44100, 0, 0.5F), [&](u64 done, u64 total) {
         EXPECT_LE(before, done);
