@@ -31,8 +31,9 @@ struct Workspace : RunContext {
     std::filesystem::path stateFolder; ///< of the saved states
     bool importInProgress = false;     ///< constructors of items tell the status line
     bool exportInProgress = false;
-    /// While many items are saved, which do not change meanwhile: the files of samples that were written beside
-    /// them, by path, with the wave and its data format word, so that the next item need not compare them.
+    /// While many items are saved, which do not change meanwhile: the files of samples that were written
+    /// beside them, by path, with the wave and its data format word, so that the next item need not compare
+    /// them.
     struct WrittenSample {
         ItemId wave;
         u32 word;
