@@ -383,8 +383,8 @@ bool runLoopFromSelection(AlgorithmRun& run) {
 bool runSelectionFromLoop(AlgorithmRun& run) {
     return forEachWave(run, [](Wave& wave) {
         if (!wave.params.looped()) return true;
-        wave.selStart = static_cast<i64>(wave.params.loopStart + 0.5);
-        wave.selEnd = static_cast<i64>(wave.params.loopEnd + 0.5);
+        wave.selStart = std::llround(wave.params.loopStart);
+        wave.selEnd = std::llround(wave.params.loopEnd);
         return true;
     });
 }

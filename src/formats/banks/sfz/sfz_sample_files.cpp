@@ -110,7 +110,7 @@ std::string SfzSampleFiles::nameFor(Wave& wave) {
     const std::string stem = sfzFileName(wave.name());
     const u32 word = wordFor(wave);
     for (int n = 1;; ++n) {
-        const std::string name = n == 1 ? stem + ".wav" : fmt::format("{} {}.wav", stem, n);
+        std::string name = n == 1 ? stem + ".wav" : fmt::format("{} {}.wav", stem, n);
         if (names_.insert(toLower(name)).second && holds(wave, word, folder_ / name)) return name;
     }
 }

@@ -45,7 +45,7 @@ SfzText::SfzText(ByteSource& source, const fs::path& path, SfzFolder& folder) : 
     open(source, path);
 }
 
-void SfzText::open(ByteSource& source, fs::path path) {
+void SfzText::open(ByteSource& source, const fs::path& path) {
     const u64 size = std::min(source.size(), kMostBytes - bytes_);
     if (size < source.size()) warn("text", "the text is too long; the rest was left out");
     Bytes bytes(static_cast<std::size_t>(size));

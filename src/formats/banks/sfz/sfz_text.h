@@ -38,7 +38,7 @@ private:
         std::string text_;
     };
 
-    void open(ByteSource& source, std::filesystem::path path);
+    void open(ByteSource& source, const std::filesystem::path& path);
     void include(std::string_view value);
     void define(std::string_view value);
     std::size_t replaceAt(std::string_view text, std::string& to) const;
