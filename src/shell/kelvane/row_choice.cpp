@@ -12,7 +12,7 @@ namespace {
 
 /// Of several rows that write the same extension, those that keep the most and that other programs read. For
 /// all other extensions it is the first.
-constexpr std::string_view kPreferred[] = {"DownLoadable Sounds level 2"};
+constexpr std::string_view kPreferred[] = {"DownLoadable Sounds level 2", "Raw GSM 06.10 'byte aligned'"};
 
 bool isPreferred(const FormatRow& row) {
     return std::find(std::begin(kPreferred), std::end(kPreferred), row.description) != std::end(kPreferred);
@@ -43,7 +43,7 @@ int chooseRow(std::string_view text, RowUse use) {
             if (known < 0) known = i;
             continue;
         }
-        if (row.description == text || isPreferred(row)) return i;
+        if (row.description == text || (use == RowUse::Write && isPreferred(row))) return i;
         if (candidate < 0) candidate = i;
     }
     if (candidate >= 0 || known >= 0) return candidate >= 0 ? candidate : known;
