@@ -114,6 +114,16 @@ bool SaveFile::linkAs(const std::filesystem::path& name) const {
     return ::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
 }
 
+/// Gives the file its target's name in place of the temporary one. A file that came there meanwhile stays.
+bool SaveFile::takeName() const {
+    if (!replaces_) {
+        if (::renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, target_.c_str(), RENAME_NOREPLACE) == 0)
+            return true;
+        if (errno != EINVAL && errno != ENOSYS) return false; // not on every file system
+    }
+    return ::rename(temporary_.c_str(), target_.c_str()) == 0;
+}
+
 bool SaveFile::commit() {
     if (file_ < 0) return false;
     bool done = !failed_;
@@ -126,7 +136,7 @@ bool SaveFile::commit() {
             done = linkAs(name);
             if (done) temporary_ = name;
         }
-        if (done && !temporary_.empty()) done = ::rename(temporary_.c_str(), target_.c_str()) == 0;
+        if (done && !temporary_.empty()) done = takeName();
         if (done) temporary_.clear();
     }
     if (::close(std::exchange(file_, -1)) != 0) done = false;

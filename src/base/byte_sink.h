@@ -33,7 +33,8 @@ private:
 };
 
 /// A file that is written beside its target and takes the target's place on `commit()`. Until then the
-/// old file stays as it was; without a commit nothing is left behind. A target that is no regular file
+/// old file stays as it was; without a commit nothing is left behind. A target that wasn't there at the
+/// beginning isn't replaced if it is there at the end. A target that is no regular file
 /// (a device, a pipe) is written directly.
 class SaveFile final : public ByteSink {
 public:
@@ -53,6 +54,7 @@ public:
 
 private:
     bool linkAs(const std::filesystem::path& name) const;
+    bool takeName() const;
     SaveFile(int file, std::filesystem::path target) : file_(file), target_(std::move(target)) {}
 
     int file_;

@@ -8,7 +8,10 @@
 #include <cmath>
 
 #include "base/run_context.h"
+#include "model/collection.h"
+#include "model/instrument.h"
 #include "model/wave.h"
+#include "model/workspace.h"
 
 namespace kv {
 namespace {
@@ -131,6 +134,19 @@ std::string slugOf(const Algorithm& algorithm) {
     }
     while (slug.ends_with('-')) slug.pop_back();
     return slug;
+}
+
+WizardItems allItemsFor(AlgorithmKind kind) {
+    WizardItems items;
+    if (kind == AlgorithmKind::Audio) {
+        for (Wave& wave : store().all<Wave>()) items.items.push_back(&wave);
+        items.allWaves = true;
+    } else if (kind == AlgorithmKind::Midi) {
+        items.items.push_back(store().First<Collection>());
+    } else {
+        for (Instrument& instrument : store().all<Instrument>()) items.items.push_back(&instrument);
+    }
+    return items;
 }
 
 std::optional<AlgorithmCall> parseAlgorithmCall(std::string_view text, std::span<const Algorithm> known) {

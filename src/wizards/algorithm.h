@@ -106,6 +106,9 @@ inline constexpr u32 kNeedsRange = 0x100; ///< without a range it works on the w
 /// "fade-in-out-selection".
 std::string slugOf(const Algorithm& algorithm);
 
+/// All items of the store that an algorithm of a kind works on; songs as their collection.
+WizardItems allItemsFor(AlgorithmKind kind);
+
 /// An algorithm with its values.
 struct AlgorithmCall {
     const Algorithm* algorithm;

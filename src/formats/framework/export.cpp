@@ -186,6 +186,15 @@ bool exportToFile(const FormatRow& row, const fs::path& path, Item* item, u32 wa
     return file->commit() || Fail("Export", "Could not create file");
 }
 
+u32 keepingBits(const FormatRow& row, const Item& item, u32 wanted) {
+    const bool chosen = (wanted & kCodeMask) != kCodeMask || classOf(item.id()) == kWaveClass;
+    if (chosen || (row.dataMask & kPcm24) == 0 || (row.dataMask & kPcm16) == 0) return wanted;
+    for (const Wave& wave : store().all<Wave>()) {
+        if (wave.bits > 16) return (wanted & ~kCodeMask) | kPcm24;
+    }
+    return wanted;
+}
+
 bool Export(int row, const fs::path& path, Item* item, u32 wantedFormat, f32 bitRate, bool allowEmpty) {
     const FormatRow* format = exportRow(row, item);
     if (!format) return false;

@@ -18,4 +18,17 @@ bool exportItem(ByteSink& sink, const FormatRow& row, const std::filesystem::pat
 bool exportToFile(const FormatRow& row, const std::filesystem::path& path, Item* item, u32 wantedFormat,
                   f32 bitRate, bool allowEmpty);
 
+/// What is wanted of the data format of an item: all that `wanted` allows, but a bank that holds waves of
+/// more than 16 bits is written in 24 where nobody chose.
+u32 keepingBits(const FormatRow& row, const Item& item, u32 wanted);
+
+/// Remembers what is written beside the items, as long as many are exported that don't change meanwhile.
+class WrittenSamplesScope {
+public:
+    WrittenSamplesScope();
+    ~WrittenSamplesScope();
+    WrittenSamplesScope(const WrittenSamplesScope&) = delete;
+    WrittenSamplesScope& operator=(const WrittenSamplesScope&) = delete;
+};
+
 } // namespace kv

@@ -45,6 +45,7 @@ struct FormatRow {
     bool streams = false; ///< the writer takes samples block by block and never patches: works on a pipe
     OptionsFn optionsFn = nullptr;
     bool perWaveFormats = false; ///< every wave is stored in that wave's own preferred format
+    bool writesBeside = false;   ///< the writer puts samples into files of their own beside its own
 
     constexpr bool reads() const { return (static_cast<u8>(use) & 1) != 0; }
     constexpr bool writes() const { return (static_cast<u8>(use) & 2) != 0; }

@@ -92,8 +92,8 @@ Wave* importSamples(FileContext& file, const SampleLayout& layout, std::string_v
     wave->channels = channels;
     wave->sampleRate = layout.rate;
     wave->sourceOffset = std::min(layout.offset, file.size());
-    const u64 held =
-        std::min(layout.bytes, file.size() - wave->sourceOffset) * 8 / (u64{layout.channels} * bits);
+    const u64 frameBits = std::max<u64>(u64{layout.channels} * bits, 1);
+    const u64 held = std::min(layout.bytes, file.size() - wave->sourceOffset) * 8 / frameBits;
     wave->frames = saturate<u32>(static_cast<f64>(layout.frames == 0 ? held : std::min(held, layout.frames)));
     wave->sourcePrivate[kFrameBytes] = many ? layout.channels * bits / 8 : 0;
     wave->sourcePrivate[kKeptBytes] = many ? channels * bits / 8 : 0;

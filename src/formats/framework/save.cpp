@@ -231,18 +231,12 @@ void SaveAllRun::run(const std::vector<ItemId>& ids) {
 
 } // namespace
 
-namespace {
-
-/// Remembers what is written beside the items.
-class WrittenSamplesScope {
-public:
-    WrittenSamplesScope() { workspace().writtenSamples.emplace(); }
-    ~WrittenSamplesScope() { workspace().writtenSamples.reset(); }
-    WrittenSamplesScope(const WrittenSamplesScope&) = delete;
-    WrittenSamplesScope& operator=(const WrittenSamplesScope&) = delete;
-};
-
-} // namespace
+WrittenSamplesScope::WrittenSamplesScope() {
+    workspace().writtenSamples.emplace();
+}
+WrittenSamplesScope::~WrittenSamplesScope() {
+    workspace().writtenSamples.reset();
+}
 
 bool SaveAll(const SaveAllJob& job, SaveAllResult& result) {
     constexpr std::string_view kContext = "Save all in multiple files";

@@ -8,6 +8,7 @@
 #include <functional>
 #include <utility>
 
+#include "batch/batch_job.h"
 #include "formats/framework/format_table.h"
 #include "formats/table/format_table_rows.h"
 #include "model/workspace.h"
@@ -111,6 +112,7 @@ private:
     void addEdit();
     void addProcess();
     void addAlgorithms();
+    void addBatch();
     void addPreset();
     void addMidi();
     void addSettings();
@@ -128,6 +130,7 @@ private:
     ChangeOptions edit_;
     ProcessOptions process_;
     AlgorithmsOptions algorithms_;
+    BatchOptions batch_;
     PresetOptions preset_;
     MidiOptions midi_;
     SettingsOptions setting_;
@@ -148,6 +151,7 @@ CommandLine::CommandLine() {
     addEdit();
     addProcess();
     addAlgorithms();
+    addBatch();
     addPreset();
     addMidi();
     addSettings();
@@ -277,6 +281,68 @@ void CommandLine::addProcess() {
         ->type_name("ITEM")
         ->allow_extra_args(false);
     command->add_option("--range", process_.range, "Only these frames of a wave")->type_name("FROM:TO");
+}
+
+void CommandLine::addBatch() {
+    CLI::App* command = add("batch", "Convert many files, unattended, on all cores",
+                            [this](TerminalUi& ui) { return runBatchCommand(batch_, ui); });
+    command->add_option("INPUT", batch_.inputs,
+                        "Files, folders, patterns, @FILE for a list of them, or a job file (.toml) first");
+    command->add_option("--mode", batch_.mode, "What is taken out of each file and saved")
+        ->check(CLI::IsMember({"waves", "instruments", "collections", "songs"}));
+    command
+        ->add_option("--to", batch_.to,
+                     "Format, up to five: FORMAT[,data=NAME][,channels=mono|stereo][,bit-rate=KBPS]")
+        ->type_name("FORMAT")
+        ->allow_extra_args(false);
+    command->add_option("-o,--output", batch_.outputDir, "Folder to write to")->type_name("DIR");
+    for (const BatchOption& option : batchOptions()) {
+        const std::string name(option.name), help(option.help);
+        if (std::holds_alternative<bool BatchJob::*>(option.member)) {
+            command->add_flag_function(
+                fmt::format("--{},!--no-{}", name, name),
+                [this, name](std::int64_t count) { batch_.job[name] = count > 0 ? "true" : "false"; }, help);
+        } else {
+            command
+                ->add_option_function<i64>(
+                    "--" + name, [this, name](i64 value) { batch_.job[name] = std::to_string(value); }, help)
+                ->type_name("N")
+                ->check(CLI::Range(option.least, option.most));
+        }
+    }
+    command->add_option("--silence-threshold", batch_.threshold, "Level of silence, as 1%, -40dB or 0.01")
+        ->type_name("LEVEL");
+    command
+        ->add_option("--do", batch_.algorithms,
+                     "Algorithm with its parameters, repeated for more; `kelvane algorithms` lists them")
+        ->type_name("ALGORITHM")
+        ->allow_extra_args(false);
+    command->add_option("-j,--jobs", batch_.workers, "Processes; else one a core")
+        ->type_name("N")
+        ->check(CLI::Range(1U, 1024U));
+    command->add_option("--timeout", batch_.timeout, "Seconds that a file may take; 0: any")
+        ->type_name("S")
+        ->check(CLI::Range(0.0, 1e6));
+    command->add_option("--memory", batch_.memory, "Megabytes that a process may take; 0: any")
+        ->type_name("MB");
+    command
+        ->add_option("--existing", batch_.existing,
+                     "What happens to outputs that exist: fail, skip, replace or rename (the new one)")
+        ->check(CLI::IsMember({"fail", "skip", "replace", "rename"}));
+    command->add_option("--report", batch_.report, "A line of JSON for each file")->type_name("FILE");
+    command
+        ->add_option("--resume", batch_.resume,
+                     "Go on where the run of this report stopped, and report there")
+        ->type_name("FILE");
+    command->add_option("--shard", batch_.shard, "Only part I of N of the list")->type_name("I/N");
+    command
+        ->add_option("--merge-reports", batch_.mergeReports,
+                     "Join the reports that stand in place of INPUT to this file")
+        ->type_name("FILE");
+    command->add_option("--save-job", batch_.saveJob, "Write the job to a file and stop")->type_name("FILE");
+    command->add_flag("--dry-run", batch_.dryRun, "Tell what would be written");
+    command->add_flag("--no-sandbox", batch_.noSandbox, "Let the processes keep all rights");
+    addInput(*command, batch_.input);
 }
 
 void CommandLine::addAlgorithms() {

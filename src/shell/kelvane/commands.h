@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -90,6 +91,21 @@ struct ProcessOptions : ChangeOptions {
     std::string range;              ///< frames, as "100:2000"
 };
 int runProcess(const ProcessOptions& options, TerminalUi& ui);
+
+/// What `batch` takes besides the options of the job's table.
+struct BatchOptions {
+    std::vector<std::string> inputs;
+    std::vector<std::string> to, algorithms, effects;
+    std::string mode, outputDir, threshold;
+    std::map<std::string, std::string> job; ///< options of the table that were given
+    unsigned workers = 0;                   ///< 0: as many as there are cores
+    f64 timeout = 600;                      ///< seconds for a file
+    u64 memory = 0;                         ///< MB for a process
+    std::string existing = "fail", shard, report, resume, mergeReports, saveJob;
+    bool dryRun = false, noSandbox = false;
+    InputOptions input;
+};
+int runBatchCommand(const BatchOptions& options, TerminalUi& ui);
 
 struct AlgorithmsOptions {
     bool audio = false, midi = false, instrument = false, json = false;

@@ -10,6 +10,7 @@
 #include "formats/framework/export_item.h"
 #include "formats/framework/format_table.h"
 #include "formats/framework/parameter_sets.h"
+#include "formats/framework/row_choice.h"
 #include "model/collection.h"
 #include "model/song.h"
 #include "model/wave.h"
@@ -19,7 +20,6 @@
 #include "shell/kelvane/commands.h"
 #include "shell/kelvane/item_selector.h"
 #include "shell/kelvane/loss_report.h"
-#include "shell/kelvane/row_choice.h"
 #include "shell/kelvane/terminal_ui.h"
 
 namespace kv {
@@ -48,7 +48,9 @@ private:
     bool canReadBack() const;
     bool chooseData();
     bool convert(const std::vector<std::string>& inputs);
-    u32 formatFor(const Item& item) const;
+    u32 formatFor(const Item& item) const {
+        return keepingBits(*workspace().formats->row(row_), item, wanted_);
+    }
     bool convertItem(Item& item, const fs::path& path);
     bool convertToStream(Item& item);
     bool convertAll(const std::string& input, std::size_t items);
@@ -172,17 +174,6 @@ NameMode Conversion::nameMode(std::size_t items) const {
     // A file that holds one thing keeps its name; the items of a named output are named after it.
     if (items == 1) return NameMode::Source;
     return toFolder_ ? static_cast<NameMode>(settings().sall.iMode) : NameMode::BaseName;
-}
-
-/// Without a wish a bank is written in 24 bits when that keeps what 16 would lose.
-u32 Conversion::formatFor(const Item& item) const {
-    const u32 mask = workspace().formats->row(row_)->dataMask & kCodeMask;
-    const bool chosen = options_.data != "auto" || classOf(item.id()) == kWaveClass;
-    if (chosen || (mask & kPcm24) == 0 || (mask & kPcm16) == 0) return wanted_;
-    for (const Wave& wave : store().all<Wave>()) {
-        if (wave.bits > 16) return (wanted_ & ~kCodeMask) | kPcm24;
-    }
-    return wanted_;
 }
 
 bool Conversion::convertToStream(Item& item) {

@@ -4,13 +4,13 @@
 #include "formats/audio/raw.h"
 #include "formats/framework/drivers.h"
 #include "formats/framework/format_table.h"
+#include "formats/framework/row_choice.h"
 #include "model/collection.h"
 #include "model/sample_blocks.h"
 #include "model/wave.h"
 #include "model/workspace.h"
 #include "samples/data_format.h"
 #include "shell/kelvane/commands.h"
-#include "shell/kelvane/row_choice.h"
 #include "shell/kelvane/terminal_ui.h"
 
 namespace kv {

@@ -7,6 +7,7 @@
 
 #include "base/run_context.h"
 #include "formats/framework/drivers.h"
+#include "formats/framework/row_choice.h"
 #include "midi/midi_event_text.h"
 #include "midi/midi_notation.h"
 #include "midi/midi_song.h"
@@ -14,7 +15,6 @@
 #include "shell/kelvane/commands.h"
 #include "shell/kelvane/item_selector.h"
 #include "shell/kelvane/json_writer.h"
-#include "shell/kelvane/row_choice.h"
 #include "shell/kelvane/terminal_ui.h"
 
 namespace kv {

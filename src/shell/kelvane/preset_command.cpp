@@ -5,6 +5,7 @@
 
 #include "formats/framework/drivers.h"
 #include "formats/framework/format_table.h"
+#include "formats/framework/row_choice.h"
 #include "model/articulation_fields.h"
 #include "model/articulation_levels.h"
 #include "model/articulation_preset.h"
@@ -14,7 +15,6 @@
 #include "shell/kelvane/commands.h"
 #include "shell/kelvane/item_selector.h"
 #include "shell/kelvane/json_writer.h"
-#include "shell/kelvane/row_choice.h"
 #include "shell/kelvane/terminal_ui.h"
 
 namespace kv {

@@ -36,14 +36,9 @@ bool itemsFor(AlgorithmKind kind, const ProcessOptions& options, WizardItems& it
         if (fits(kind, *item)) items.items.push_back(item);
     }
     if (!options.items.empty()) return true;
-    if (kind == AlgorithmKind::Audio) {
-        for (Wave& wave : store().all<Wave>()) items.items.push_back(&wave);
-        items.allWaves = true;
-    } else if (kind == AlgorithmKind::Midi) {
-        items.items.push_back(store().First<Collection>());
-    } else {
-        for (Instrument& instrument : store().all<Instrument>()) items.items.push_back(&instrument);
-    }
+    WizardItems all = allItemsFor(kind);
+    items.items = std::move(all.items);
+    items.allWaves = all.allWaves;
     return true;
 }
 

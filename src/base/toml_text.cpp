@@ -1,4 +1,4 @@
-#include "shell/toml_text.h"
+#include "base/toml_text.h"
 
 #include <fmt/format.h>
 

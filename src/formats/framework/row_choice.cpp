@@ -1,4 +1,4 @@
-#include "shell/kelvane/row_choice.h"
+#include "formats/framework/row_choice.h"
 
 #include <algorithm>
 #include <charconv>
