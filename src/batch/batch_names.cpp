@@ -36,7 +36,7 @@ fs::path keptFolders(const BatchJob& job, const fs::path& source, u32 treeDepth)
     if (!job.keepSubdirs && !job.keepTree) return {};
     const fs::path folder = source.parent_path().relative_path();
     const auto count = static_cast<i64>(std::distance(folder.begin(), folder.end()));
-    const i64 levels = job.keepTree ? treeDepth : job.pathLevels;
+    const i64 levels = job.keepTree ? i64{treeDepth} : i64{job.pathLevels};
     const i64 dropped = job.keepTree || levels >= 0 ? count - levels : -levels;
     fs::path kept;
     i64 index = 0;
