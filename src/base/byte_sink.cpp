@@ -51,12 +51,16 @@ bool StreamSink::write(ByteSpan bytes) {
 }
 
 std::unique_ptr<SaveFile> SaveFile::create(const fs::path& target) {
-    std::error_code ignored;
-    // Through a link the file that it points to is replaced, not the link.
-    fs::path real = fs::is_symlink(target, ignored) ? fs::weakly_canonical(target, ignored) : target;
-    if (real.empty()) real = target;
+    fs::path real = target;
     struct stat info {};
-    const bool exists = ::stat(real.c_str(), &info) == 0;
+    bool exists = ::lstat(real.c_str(), &info) == 0;
+    if (exists && S_ISLNK(info.st_mode)) {
+        // Through a link the file that it points to is replaced, not the link.
+        std::error_code ignored;
+        real = fs::weakly_canonical(target, ignored);
+        if (real.empty()) real = target;
+        exists = ::stat(real.c_str(), &info) == 0;
+    }
     if (exists && !S_ISREG(info.st_mode)) {
         const int file = S_ISDIR(info.st_mode) ? -1 : ::open(real.c_str(), O_WRONLY | O_CLOEXEC);
         if (file < 0) return nullptr;

@@ -37,6 +37,7 @@ public:
 
 private:
     std::size_t readFully(u64 offset, std::span<std::byte> to) const {
+        to = to.first(static_cast<std::size_t>(std::min<u64>(to.size(), size_ - std::min(offset, size_))));
         std::size_t done = 0;
         while (done < to.size()) {
             const ssize_t got =

@@ -9,7 +9,6 @@
 #include "base/text.h"
 #include "batch/batch_names.h"
 #include "formats/framework/collection_files.h"
-#include "formats/framework/detection.h"
 #include "formats/framework/export_item.h"
 #include "formats/framework/format_table.h"
 #include "model/collection.h"
@@ -85,7 +84,6 @@ public:
 
 private:
     bool convert();
-    bool ofNoUse();
     bool open();
     bool hasItems() const;
     bool processAll();
@@ -111,15 +109,6 @@ bool FileConversion::skip(std::string reason) {
     result_.status = BatchStatus::Skipped;
     result_.reason = std::move(reason);
     return true;
-}
-
-/// What a folder holds besides samples is no failure.
-bool FileConversion::ofNoUse() {
-    if (!input_.scanned || hooks_.open) return false;
-    std::string what;
-    int confidence = 0;
-    DescribeFile(*workspace().formats, input_.path, what, confidence);
-    return confidence == 0 && !what.empty() && skip("Not detected as any supported file type");
 }
 
 bool FileConversion::open() {
@@ -247,12 +236,13 @@ bool FileConversion::saveOne(Item& item, const fs::path& folder, std::string_vie
     if (!settleExisting(target, skipped)) return false;
     if (skipped) return true;
     std::error_code ignored;
-    if (fs::equivalent(target, input_.path, ignored))
+    if (fs::equivalent(target, input_.path, ignored)) // false for a target that isn't there
         return Fail(kContext, "\"{}\" would replace the file that it is made of", target.string());
     if (hooks_.dryRun) {
         result_.outputs.push_back({target.string(), 0});
         return true;
     }
+    if (hooks_.beforeWrite) hooks_.beforeWrite();
     const u32 wanted = keepingBits(*row, item, output.format);
     if (!exportToFile(*row, target, &item, wanted, output.bitRate, false)) return false;
     const u64 bytes = fs::file_size(target, ignored);
@@ -298,8 +288,10 @@ bool FileConversion::write(const BatchOutput& output) {
 bool FileConversion::convert() {
     const PushedLists lists;
     if (!lists) return Fail(kContext, "Too many lists are pushed");
-    if (ofNoUse()) return true;
-    if (!open()) return false;
+    // What a folder holds besides samples is no failure.
+    if (!open())
+        return input_.scanned && runContext().error.message == kNotDetected &&
+               skip(std::string(kNotDetected));
     if (!hasItems()) return input_.scanned && skip(runContext().error.message);
     if (job_.mode == BatchMode::Songs && job_.autoMergeSongs && store().count(kInstrumentClass) == 0 &&
         !mergeBankBeside(input_.path))

@@ -49,6 +49,7 @@ struct BatchHooks {
     /// Called before the first output of a file whose names others may want too. Answers the path of the
     /// file that has them already; empty if there is none.
     std::function<std::string()> awaitTurn;
+    std::function<void()> beforeWrite;
     std::function<void(const BatchResult::Output& output)> onWritten;
     bool dryRun = false; ///< tells the outputs and writes none
 };

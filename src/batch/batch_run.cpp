@@ -167,6 +167,7 @@ void BatchWorker::convert(const Task& task, WorkerLine& line) {
         return ReplaceAnswer{settings_.existing, unusedPath(path)};
     };
     hooks.awaitTurn = [&line] { return line.awaitTurn(); };
+    hooks.beforeWrite = [&line] { line.flush(); }; // lest a crash leave unknown what stands already
     hooks.onWritten = [&line](const BatchResult::Output& output) {
         line.send(kOutputMessage, outputText(output));
     };

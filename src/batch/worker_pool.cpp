@@ -37,10 +37,17 @@ bool sendAll(int socket, std::string_view bytes) {
     return true;
 }
 
+void appendMessage(std::string& out, char kind, std::string_view text) {
+    ByteWriter header;
+    header.u8le(static_cast<u8>(kind)).u32le(static_cast<u32>(text.size()));
+    out += textOf(header.view());
+    out += text;
+}
+
 bool sendMessage(int socket, char kind, std::string_view text) {
-    ByteWriter out;
-    out.u8le(static_cast<u8>(kind)).u32le(static_cast<u32>(text.size())).text(text);
-    return sendAll(socket, textOf(out.view()));
+    std::string message;
+    appendMessage(message, kind, text);
+    return sendAll(socket, message);
 }
 
 bool receiveAll(int socket, char* to, std::size_t count) {
@@ -75,8 +82,13 @@ Task taskOf(std::string_view text) {
 // ---- In the process
 
 void WorkerLine::send(char kind, std::string_view text) {
-    // The pool is gone, and nobody waits for the result.
-    if (!sendMessage(socket_, kind, text)) ::_exit(0);
+    appendMessage(outgoing_, kind, text);
+}
+
+void WorkerLine::flush() {
+    // If the pool is gone nobody waits for the result.
+    if (!sendAll(socket_, outgoing_)) ::_exit(0);
+    outgoing_.clear();
 }
 
 bool WorkerLine::receive(char& kind, std::string& text) {
@@ -87,11 +99,23 @@ bool WorkerLine::receive(char& kind, std::string& text) {
     return receiveAll(socket_, text.data(), text.size());
 }
 
+bool WorkerLine::nextTask(std::string& text) {
+    char kind = 0;
+    if (waiting_.empty()) return receive(kind, text) && kind == kTask;
+    text = std::move(waiting_.front());
+    waiting_.pop_front();
+    return true;
+}
+
 std::string WorkerLine::awaitTurn() {
     send(kTurn, {});
-    char kind = 0;
+    flush();
+    char kind = kTask;
     std::string text;
-    if (!receive(kind, text) || kind != kTurn) ::_exit(0);
+    while (kind == kTask) {
+        if (!receive(kind, text)) ::_exit(0);
+        if (kind == kTask) waiting_.push_back(std::move(text));
+    }
     return text;
 }
 
@@ -102,11 +126,12 @@ void WorkerPool::serve(int socket) const {
     WorkerLine line(socket);
     if (!settings_.prepare || settings_.prepare()) {
         line.send(kReady, {});
-        char kind = 0;
+        line.flush();
         std::string text;
-        while (line.receive(kind, text) && kind == kTask) {
+        while (line.nextTask(text)) {
             settings_.work(taskOf(text), line);
             line.send(kFinished, {});
+            line.flush();
         }
     }
     ::_exit(0);
@@ -142,30 +167,51 @@ bool WorkerPool::start(Worker& worker) {
     return true;
 }
 
-void WorkerPool::handOut(Worker& worker, const PoolEvents& events) {
-    if (!more_ || !worker.ready || worker.busy) return;
-    std::optional<Task> task = events.next();
-    if (!task) {
-        more_ = false;
-        return;
+bool WorkerPool::anyBusy() const {
+    return std::any_of(workers_.begin(), workers_.end(),
+                       [](const Worker& worker) { return !worker.tasks.empty(); });
+}
+
+std::optional<Task> WorkerPool::nextTask(const PoolEvents& events) {
+    if (!returned_.empty()) {
+        Task task = std::move(returned_.front());
+        returned_.pop_front();
+        return task;
     }
-    worker.busy = true;
+    std::optional<Task> task = more_ ? events.next() : std::nullopt;
+    if (!task) more_ = false;
+    return task;
+}
+
+/// The process goes on to the first of its tasks.
+void WorkerPool::begin(Worker& worker) const {
     worker.waitsForTurn = false;
-    worker.task = task->id;
     worker.deadline = Clock::now() + settings_.timeout;
-    (void)sendMessage(worker.socket, kTask, taskText(*task)); // its end shows on the line
+}
+
+/// Keeps one task waiting behind the one in hand, so that the process need not wait for the pool.
+void WorkerPool::handOut(Worker& worker, const PoolEvents& events) {
+    while (hasMore() && worker.ready && worker.tasks.size() < 2) {
+        std::optional<Task> task = nextTask(events);
+        if (!task) return;
+        (void)sendMessage(worker.socket, kTask, taskText(*task)); // its end shows on the line
+        worker.tasks.push_back(std::move(*task));
+        if (worker.tasks.size() == 1) begin(worker);
+    }
 }
 
 /// The lowest of the tasks in hand may go on if it waits.
 void WorkerPool::grantTurns(const PoolEvents& events) {
     Worker* first = nullptr;
     for (Worker& worker : workers_) {
-        if (worker.busy && (!first || worker.task < first->task)) first = &worker;
+        if (!worker.tasks.empty() && (!first || worker.tasks.front().id < first->tasks.front().id))
+            first = &worker;
     }
     if (!first || !first->waitsForTurn) return;
-    first->waitsForTurn = false;
-    first->deadline = Clock::now() + settings_.timeout;
-    (void)sendMessage(first->socket, kTurn, events.turn(first->task));
+    const u64 task = first->tasks.front().id;
+    if (!returned_.empty() && returned_.front().id < task) return;
+    begin(*first);
+    (void)sendMessage(first->socket, kTurn, events.turn(task));
 }
 
 void WorkerPool::takeMessages(Worker& worker, const PoolEvents& events) {
@@ -188,11 +234,14 @@ void WorkerPool::takeMessages(Worker& worker, const PoolEvents& events) {
                 worker.waitsForTurn = true;
                 break;
             case kFinished:
-                worker.busy = false;
-                events.done(worker.task);
+                if (worker.tasks.empty()) break;
+                events.done(worker.tasks.front().id);
+                worker.tasks.pop_front();
+                begin(worker);
                 break;
             default:
-                events.message(worker.task, rest[0], rest.substr(kHeaderBytes, bytes));
+                if (!worker.tasks.empty())
+                    events.message(worker.tasks.front().id, rest[0], rest.substr(kHeaderBytes, bytes));
                 break;
         }
     }
@@ -216,8 +265,12 @@ void WorkerPool::finish(Worker& worker, const PoolEvents& events) {
     ::close(worker.socket);
     worker.socket = -1;
     if (!worker.ready) ++failedStarts_;
-    if (worker.busy) events.lost(worker.task, reasonOf(worker, status));
-    worker.busy = false;
+    if (worker.tasks.empty()) return;
+    events.lost(worker.tasks.front().id, reasonOf(worker, status));
+    worker.tasks.pop_front();
+    for (Task& task : worker.tasks) returned_.push_back(std::move(task));
+    std::sort(returned_.begin(), returned_.end(), [](const Task& a, const Task& b) { return a.id < b.id; });
+    worker.tasks.clear();
 }
 
 void WorkerPool::receive(Worker& worker, const PoolEvents& events) {
@@ -236,7 +289,7 @@ void WorkerPool::checkDeadlines() {
     if (settings_.timeout.count() == 0) return;
     const Clock::time_point now = Clock::now();
     for (Worker& worker : workers_) {
-        if (!worker.busy || worker.waitsForTurn || worker.timedOut || now < worker.deadline) continue;
+        if (worker.tasks.empty() || worker.waitsForTurn || worker.timedOut || now < worker.deadline) continue;
         worker.timedOut = true;
         ::kill(worker.process, SIGKILL);
     }
@@ -246,7 +299,7 @@ int WorkerPool::pollTimeout() const {
     constexpr i64 kLongest = 200; // ms, so that a stop is seen
     i64 wait = kLongest;
     for (const Worker& worker : workers_) {
-        if (settings_.timeout.count() == 0 || !worker.busy || worker.waitsForTurn) continue;
+        if (settings_.timeout.count() == 0 || worker.tasks.empty() || worker.waitsForTurn) continue;
         const auto left =
             std::chrono::duration_cast<std::chrono::milliseconds>(worker.deadline - Clock::now()).count() + 1;
         wait = std::clamp<i64>(left, 0, wait);
@@ -261,15 +314,13 @@ bool WorkerPool::run(const PoolEvents& events) {
     for (;;) {
         if (more_ && !events.goOn()) more_ = false;
         for (Worker& worker : workers_) {
-            if (worker.socket < 0 && more_ && failedStarts_ < kMostFailedStarts && !start(worker))
+            if (worker.socket < 0 && hasMore() && failedStarts_ < kMostFailedStarts && !start(worker))
                 return false;
             handOut(worker, events);
         }
         grantTurns(events);
-        const bool busy =
-            std::any_of(workers_.begin(), workers_.end(), [](const Worker& worker) { return worker.busy; });
-        if (!more_ && !busy) break;
-        if (!busy && failedStarts_ >= kMostFailedStarts)
+        if (!hasMore() && !anyBusy()) break;
+        if (!anyBusy() && failedStarts_ >= kMostFailedStarts)
             return Fail("batch", "The processes that are to do the work end before they begin");
 
         lines.clear();
@@ -290,7 +341,7 @@ void WorkerPool::endAll() {
         if (worker.socket < 0) continue;
         ::close(worker.socket); // an idle process ends on this
         worker.socket = -1;
-        if (worker.busy) ::kill(worker.process, SIGKILL);
+        if (!worker.tasks.empty()) ::kill(worker.process, SIGKILL);
         while (::waitpid(worker.process, nullptr, 0) < 0 && errno == EINTR) {
         }
     }

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -26,15 +27,19 @@ struct Task {
 class WorkerLine {
 public:
     explicit WorkerLine(int socket) : socket_(socket) {}
-    /// Sends a message about the task in hand.
+    /// Notes a message about the task in hand. It is sent with the next `flush`, in the end of itself.
     void send(char kind, std::string_view text);
+    void flush();
     /// Waits until all tasks with lower ids are done. Answers what the pool has to say then.
     std::string awaitTurn();
 
 private:
     friend class WorkerPool;
     bool receive(char& kind, std::string& text);
+    bool nextTask(std::string& text);
     int socket_;
+    std::string outgoing_;
+    std::deque<std::string> waiting_; ///< tasks that came while this one waited for its turn
 };
 
 struct WorkerSettings {
@@ -80,14 +85,18 @@ private:
         pid_t process = -1;
         int socket = -1;
         bool ready = false; ///< it said that it is prepared
-        bool busy = false, waitsForTurn = false;
-        u64 task = 0;
+        bool waitsForTurn = false;
+        std::deque<Task> tasks; ///< the first one is being worked on
         Clock::time_point deadline{};
         bool timedOut = false;
         std::string incoming;
     };
 
     bool start(Worker& worker);
+    bool hasMore() const { return more_ || !returned_.empty(); }
+    bool anyBusy() const;
+    std::optional<Task> nextTask(const PoolEvents& events);
+    void begin(Worker& worker) const;
     [[noreturn]] void serve(int socket) const;
     void handOut(Worker& worker, const PoolEvents& events);
     void receive(Worker& worker, const PoolEvents& events);
@@ -101,6 +110,7 @@ private:
 
     WorkerSettings settings_;
     std::vector<Worker> workers_;
+    std::deque<Task> returned_; ///< that waited in a process which ended, in order
     bool more_ = true;
     int failedStarts_ = 0;
 };

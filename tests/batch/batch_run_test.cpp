@@ -101,7 +101,7 @@ TEST_F(BatchRunTest, TheResultIsTheSameWithAnyNumberOfProcesses) {
 }
 
 TEST_F(BatchRunTest, ResumingDoesWhatIsLeftAndNoMore) {
-    makeWaves(6);
+    makeWaves(9);
     settings.report = folder / "r.jsonl";
     int files = 0;
     settings.goOn = [&] { return files < 3; };
@@ -109,7 +109,8 @@ TEST_F(BatchRunTest, ResumingDoesWhatIsLeftAndNoMore) {
     settings.workers = 1;
     ASSERT_TRUE(run({"in"}));
     EXPECT_TRUE(counts.cancelled);
-    EXPECT_EQ(reported("r.jsonl").size(), 3U);
+    EXPECT_GE(reported("r.jsonl").size(), 3U);
+    EXPECT_LT(reported("r.jsonl").size(), 8U);
 
     // One result is gone, one input has changed, and one output was left by a file in hand.
     fs::remove(job.outputDir / "w0.w64");
@@ -119,20 +120,20 @@ TEST_F(BatchRunTest, ResumingDoesWhatIsLeftAndNoMore) {
     {
         std::ofstream report(folder / "r.jsonl", std::ios::app);
         ReportHead head;
-        head.index = 3;
-        head.input = folder / "in/w3.wav";
+        head.index = 8;
+        head.input = folder / "in/w8.wav";
         head.job = fingerprint(job);
         head.begun = stateOf(folder / "r.jsonl").changed;
         report << startedLine(head) << "{\"cut";
-        writeFile(job.outputDir / "w3.w64", bytesOf("half"));
+        writeFile(job.outputDir / "w8.w64", bytesOf("half"));
     }
     settings.goOn = nullptr;
     settings.resume = settings.report;
     ASSERT_TRUE(run({"in"})) << failure();
-    EXPECT_EQ(counts.files, 6U);
+    EXPECT_EQ(counts.files, 9U);
     EXPECT_EQ(counts.failed, 0U) << testing::PrintToString(told);
     EXPECT_EQ(fs::last_write_time(job.outputDir / "w2.w64"), untouched);
-    EXPECT_EQ(reported("r.jsonl").size(), 6U);
+    EXPECT_EQ(reported("r.jsonl").size(), 9U);
     const std::map<std::string, Bytes> resumed = written();
     fs::remove_all(job.outputDir);
     settings.resume.clear();

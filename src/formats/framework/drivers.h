@@ -17,6 +17,9 @@ class Wave;
 inline constexpr u32 kAnyFormat = 0xFFFFFFF; ///< as a wanted format: what suits the item best
 inline constexpr int kDetectRow = -1;
 
+/// What `Import` says of a file that no row fits.
+inline constexpr std::string_view kNotDetected = "Not detected as any supported file type";
+
 /// Replaces the store's contents by those of a file. The row is found by detection unless one is given.
 /// A failure leaves an "Empty collection" and the reason in the error pair, unless the store was not
 /// touched: the file can't be opened, isn't recognised, or items are locked.

@@ -50,7 +50,7 @@ bool chooseRow(const FormatTable& formats, FileContext& file, bool allowUnrecogn
     int confidence = 0;
     row = DetectFile(formats, file.path, file, confidence);
     if (row < 0) return Fail("Import", "Not a supported import file type");
-    return confidence > 0 || allowUnrecognized || Fail("Import", "Not detected as any supported file type");
+    return confidence > 0 || allowUnrecognized || Fail("Import", kNotDetected);
 }
 
 /// The data format code that a wave read as plain samples is saved in by preference; 0: leave it.
