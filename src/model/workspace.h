@@ -23,6 +23,12 @@ struct RawSource {
     u32 codeBits = 0; ///< of coded samples whose format has several widths; 0: to be asked for
 };
 
+/// The last run of the audio wizard: its algorithm, and the range or -1.
+struct LastAudioRun {
+    std::string algorithm;
+    i64 from = -1, to = -1; ///< frames
+};
+
 struct Workspace : RunContext {
     Store store;
     AppSettings settings;
@@ -40,6 +46,8 @@ struct Workspace : RunContext {
         friend bool operator==(const WrittenSample&, const WrittenSample&) = default;
     };
     std::optional<std::unordered_map<std::string, WrittenSample>> writtenSamples;
+    LastAudioRun lastAudioRun;
+    std::unordered_map<std::string, std::string> lastCalls; ///< of algorithms, by slug, with their values
     bool warnLongLoopSearch = true; ///< asks before the search for a loop in a long wave
     u32 wavFact = 0; ///< what the last WAV file that has frames to tell left for the next fact chunk
 };

@@ -54,13 +54,16 @@ bool readChoice(const Parameter& parameter, std::string_view text, f64& number) 
     return number >= 0 || Fail(kContext, "\"{}\" is no value for {}: one of {}", text, parameter.slug, known);
 }
 
-/// The text up to the next comma that isn't within quotes, which are taken off.
+/// The text up to the next comma that isn't within quotes, which are taken off; of two within quotes one
+/// stays.
 std::string_view takePart(std::string_view& rest, std::string& holder) {
     bool quoted = false;
     std::size_t i = 0;
     holder.clear();
     for (; i < rest.size() && (quoted || rest[i] != ','); ++i) {
-        if (rest[i] == '"')
+        if (quoted && rest.substr(i).starts_with("\"\""))
+            holder += rest[i++];
+        else if (rest[i] == '"')
             quoted = !quoted;
         else
             holder += rest[i];
@@ -121,6 +124,39 @@ bool ParameterValues::set(std::string_view slug, std::string_view text) {
     values_[index] = {number, std::string(text)};
     if (!parameter.turnsOn.empty()) values_[indexOf(*algorithm_, parameter.turnsOn)].number = 1;
     return true;
+}
+
+std::string ParameterValues::textOf(std::string_view slug) const {
+    const Parameter& parameter = algorithm_->parameters[indexOf(*algorithm_, slug)];
+    const Value& value = find(slug);
+    switch (parameter.kind) {
+        case ParameterKind::Number:
+        case ParameterKind::Integer:
+        case ParameterKind::Switch:
+            return fmt::format("{}", value.number);
+        case ParameterKind::Choice:
+            return std::string(parameter.choices[static_cast<std::size_t>(value.number)].slug);
+        case ParameterKind::Text:
+        case ParameterKind::Wave:
+            break;
+    }
+    return value.text;
+}
+
+std::string textOf(const AlgorithmCall& call) {
+    std::string text = slugOf(*call.algorithm);
+    char before = ':';
+    // What turns a switch on comes first, lest it turn on one that is off.
+    for (const bool turning : {true, false}) {
+        for (const Parameter& parameter : call.algorithm->parameters) {
+            if (parameter.turnsOn.empty() == turning) continue;
+            std::string value;
+            for (const char c : call.values.textOf(parameter.slug)) value += std::string(c == '"' ? 2 : 1, c);
+            text += fmt::format("{}{}=\"{}\"", before, parameter.slug, value);
+            before = ',';
+        }
+    }
+    return text;
 }
 
 std::string slugOf(const Algorithm& algorithm) {

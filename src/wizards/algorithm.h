@@ -49,6 +49,8 @@ public:
     /// The initial values.
     explicit ParameterValues(const Algorithm& algorithm);
 
+    /// The value as `set` takes it.
+    std::string textOf(std::string_view slug) const;
     /// Sets a value from its text. False with the error pair set when there is no such parameter or the text
     /// is none of its values.
     bool set(std::string_view slug, std::string_view text);
@@ -115,9 +117,12 @@ struct AlgorithmCall {
     ParameterValues values;
 };
 /// Reads "transpose-notes:semitones=3,exclude-drums=1": a slug, and values with commas between; a value that
-/// holds a comma stands in double quotes, a switch may stand without "=1". Nothing with the error pair set
-/// when it can't be understood.
+/// holds a comma stands in double quotes, a quote within it is doubled, a switch may stand without "=1".
+/// Nothing with the error pair set when it can't be understood.
 std::optional<AlgorithmCall> parseAlgorithmCall(std::string_view text, std::span<const Algorithm> known);
+
+/// The call as `parseAlgorithmCall` reads it.
+std::string textOf(const AlgorithmCall& call);
 
 /// Runs an algorithm on the items: refuses what it isn't offered for, loads waves, and keeps the range within
 /// them. `text` takes what the algorithm has to say. False with the error pair set on failure.
