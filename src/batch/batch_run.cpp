@@ -229,7 +229,7 @@ private:
     std::vector<std::pair<u64, u32>> bases_; ///< hash of the output's name, file; contended ones only
     std::map<u64, InHand> inHand_;
     std::map<u64, std::string> untold_; ///< of a dry run, until all before them are told
-    std::size_t next_ = 0, nextTold_ = 0;
+    std::size_t next_ = 0;
 };
 
 bool BatchRun::prepareFolders() const {
