@@ -34,7 +34,7 @@ _kelvane() {
         "") words="$commands $globals --version" ;;
         formats) words="--import --export --json $globals" ;;
         detect) words="--json $globals" ;;
-        info) words="--json --warnings $input $globals" ;;
+        info) words="--json --loudness --warnings $input $globals" ;;
         convert) words="--to --data --channels --bit-rate --item --name-mode --parameter-set --report --strict --sub-dirs --force $input $globals" ;;
         edit) words="--output --do --to --data --force $input $globals" ;;
         process) words="--output --do --items --waves --range --to --data --force $input $globals" ;;

@@ -77,6 +77,10 @@ TEST_F(Kelvane, DetectsAndDescribes) {
     EXPECT_EQ(wave["cuePoints"][0]["label"], "Strike is over");
     EXPECT_EQ(wave["preferredFormat"], "PCM 16-bit");
     EXPECT_EQ(wave["resident"], false);
+    EXPECT_FALSE(wave.contains("loudness"));
+    EXPECT_NEAR(json("info --json --loudness ding.wav")["waves"][0]["loudness"]["truePeakDbtp"].get<double>(),
+                -6, 6);
+    EXPECT_NE(run("info --loudness ding.wav").out.find(" LUFS, range "), std::string::npos);
     const Outcome missing = run("info nowhere.wav");
     EXPECT_EQ(missing.status, 1);
     EXPECT_EQ(missing.err, "Import: Could not open file\n");

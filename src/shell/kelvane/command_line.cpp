@@ -208,6 +208,7 @@ void CommandLine::addInfo() {
     command->add_option("PATH", info_.path, "File")->required();
     command->add_flag("--json", info_.json, "As JSON");
     command->add_flag("--warnings", info_.warnings, "Also what was odd or could not be kept");
+    command->add_flag("--loudness", info_.loudness, "Measure the waves: loudness and true peak (EBU R 128)");
     addInput(*command, info_.input);
 }
 

@@ -54,7 +54,7 @@ bool openInputs(const std::vector<std::string>& paths, const InputOptions& optio
 
 struct InfoOptions {
     std::string path;
-    bool json = false, warnings = false;
+    bool json = false, warnings = false, loudness = false;
     InputOptions input;
 };
 int runInfo(const InfoOptions& options, TerminalUi& ui);
