@@ -80,7 +80,7 @@ TEST_F(Kelvane, DetectsAndDescribes) {
     EXPECT_FALSE(wave.contains("loudness"));
     EXPECT_NEAR(json("info --json --loudness ding.wav")["waves"][0]["loudness"]["truePeakDbtp"].get<double>(),
                 -6, 6);
-    EXPECT_NE(run("info --loudness ding.wav").out.find(" LUFS, range "), std::string::npos);
+    EXPECT_NE(run("info --loudness ding.wav").out.find(" LUFS, true peak "), std::string::npos);
     const Outcome missing = run("info nowhere.wav");
     EXPECT_EQ(missing.status, 1);
     EXPECT_EQ(missing.err, "Import: Could not open file\n");

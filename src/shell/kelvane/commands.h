@@ -107,6 +107,16 @@ struct BatchOptions {
 };
 int runBatchCommand(const BatchOptions& options, TerminalUi& ui);
 
+struct DrawOptions {
+    std::string path, output; ///< the output's number goes behind its name when there are several pictures
+    bool waveform = false, spectrum = false, spectrogram = false, loop = false; ///< at most one
+    bool dark = false, force = false;
+    std::string size = "1200x600", range; ///< frames, as "100:2000"
+    std::vector<std::string> waves;       ///< selectors or "all"; none: the first wave
+    InputOptions input;
+};
+int runDraw(const DrawOptions& options, TerminalUi& ui);
+
 struct AlgorithmsOptions {
     bool audio = false, midi = false, instrument = false, json = false;
 };
