@@ -12,6 +12,7 @@ namespace kv {
 bool streamFrames(const Wave& wave, FrameSpan span,
                   const std::function<void(std::span<const f32> samples, u32 first)>& take) {
     constexpr u32 kStep = 16384;
+    constexpr f32 kMost = 1e6F; // powers of it still fit in a float
     const std::unique_ptr<SampleBlocks> blocks = openSamples(wave, true);
     if (!blocks) return false;
     if (blocks->channels() != wave.channels || blocks->frames() < span.to)
@@ -23,7 +24,7 @@ bool streamFrames(const Wave& wave, FrameSpan span,
         samples.resize(std::size_t{step} * wave.channels);
         if (!blocks->read(std::span(samples))) return false;
         if (at >= span.from) {
-            for (f32& x : samples) x = std::isfinite(x) ? x : 0;
+            for (f32& x : samples) x = std::isfinite(x) ? std::clamp(x, -kMost, kMost) : 0;
             take(samples, at);
         }
         at += step;

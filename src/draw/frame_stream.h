@@ -17,9 +17,9 @@ struct FrameSpan {
 };
 
 /// Reads a wave block by block and hands `take` the interleaved samples that lie in the span, and the number
-/// of the first frame. Samples that aren't finite come as 0. What lies ahead of the span is read, too, but
-/// nothing is kept. False with the error pair set when the samples can't be had, the wave ends early, or the
-/// user stopped it.
+/// of the first frame. Samples that aren't finite come as 0, others cut to 1e6. What lies ahead of the span
+/// is read, too, but nothing is kept. False with the error pair set when the samples can't be had, the wave
+/// ends early, or the user stopped it.
 bool streamFrames(const Wave& wave, FrameSpan span,
                   const std::function<void(std::span<const f32> samples, u32 first)>& take);
 

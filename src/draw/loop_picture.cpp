@@ -123,18 +123,20 @@ void drawLane(Plot& plot, const Rect& lane, const Curves& curves, const Scale& x
     const auto levels = linearTicks(y.from, y.to, std::min(plot.marksDown(lane.height()), 10U));
     plot.gridAcross(lane, y, levels);
     plot.labelsLeft(lane, y, levels);
-    const auto draw = [&](std::vector<Point> points, Colour colour, f64 width) {
+    const auto draw = [&](std::vector<Point> points, Colour colour, f64 width, f64 dot) {
         for (Point& point : points) point = {x.at(point.x), y.at(point.y)};
         plot.canvas().curve(points, colour, width * plot.unit());
-        if (x.at(1) - x.at(0) < 5 * plot.unit()) return;
-        for (const Point& point : points) plot.canvas().dot(point, width * plot.unit(), colour);
+        for (const Point& point : points) plot.canvas().dot(point, dot * plot.unit(), colour);
     };
     plot.canvas().within(lane, [&] {
         const f64 seam = x.at(0);
-        plot.canvas().line({seam, lane.top}, {seam, lane.bottom}, plot.colours().seam, 1.5 * plot.unit());
-        draw(curves.before, plot.colours().second, 2.6);
-        draw(curves.behind, plot.colours().second, 2.6);
-        draw(curves.played, plot.colours().first, 1.4);
+        plot.marker(lane, seam, plot.colours().seam);
+        draw(curves.before, plot.colours().second, 4, 2); // seen beside what lies on it
+        draw(curves.behind, plot.colours().second, 4, 2);
+        draw(curves.played, plot.colours().first, 1.4, 2);
+        const f64 top = lane.bottom - plot.tagHeight() - 4 * plot.unit(), gap = 6 * plot.unit();
+        plot.tag("end of the loop", {seam - gap, top}, plot.colours().seam, Align::Right);
+        plot.tag("start of the loop", {seam + gap, top}, plot.colours().seam);
     });
     plot.frame(lane);
 }

@@ -25,7 +25,7 @@ f64 sharp(f64 pixel) {
 Plot::Plot(Canvas& canvas, const Theme& colours, u32 width, u32 height, f64 rightMargin)
     : canvas_(canvas),
       colours_(colours),
-      unit_(std::clamp(std::min(width / 1200.0, height / 600.0), 0.5, 4.0)),
+      unit_(std::clamp(std::min(width / 1200.0, height / 600.0), 0.7, 4.0)),
       width_(width),
       area_{std::round(kLeft * unit_), std::round(kTop * unit_), std::round(width - rightMargin * unit_),
             std::round(height - kBottom * unit_)},
@@ -99,6 +99,14 @@ void Plot::gridDown(const Rect& lane, const Scale& x, std::span<const Tick> tick
         canvas_.line({at, lane.top}, {at, lane.bottom},
                      tick.label.empty() ? colours_.fineGrid : colours_.grid);
     }
+}
+
+void Plot::marker(const Rect& lane, f64 x, Colour colour) {
+    canvas_.line({sharp(x), lane.top}, {sharp(x), lane.bottom}, colour, 1.5 * unit_);
+}
+
+void Plot::dashedMarker(const Rect& lane, f64 x, Colour colour) {
+    canvas_.dashed({sharp(x), lane.top}, {sharp(x), lane.bottom}, colour, 1.2 * unit_, 5 * unit_);
 }
 
 void Plot::frame(const Rect& lane) {

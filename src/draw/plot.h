@@ -36,6 +36,9 @@ public:
     void background(const Rect& lane);
     void gridAcross(const Rect& lane, const Scale& y, std::span<const Tick> ticks);
     void gridDown(const Rect& lane, const Scale& x, std::span<const Tick> ticks);
+    /// A line down the lane that marks a place.
+    void marker(const Rect& lane, f64 x, Colour colour);
+    void dashedMarker(const Rect& lane, f64 x, Colour colour);
     /// Drawn last, over what ends at its edges.
     void frame(const Rect& lane);
 

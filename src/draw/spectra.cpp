@@ -12,7 +12,7 @@
 namespace kv {
 namespace {
 
-using Frame = std::complex<f32>; ///< left and right as one number: one transform makes both spectra
+using Frame = std::complex<f64>; ///< left and right as one number: one transform makes both spectra
 
 /// Powers of windowed frames, scaled so that a sine of amplitude 1 has power 1 in its bin.
 class WindowedPowers {
@@ -23,10 +23,10 @@ public:
         f64 sum = 0;
         for (std::size_t i = 0; i < length; ++i) {
             const f64 x = std::sin(std::numbers::pi * (static_cast<f64>(i) + 0.5) / static_cast<f64>(length));
-            window_[i] = static_cast<f32>(x * x); // Hann's
+            window_[i] = x * x; // Hann's
             sum += x * x;
         }
-        for (f32& x : window_) x *= static_cast<f32>(2 / sum);
+        for (f64& x : window_) x *= 2 / sum;
     }
 
     std::size_t bins() const { return input_.size() / 2 + 1; }
@@ -40,15 +40,15 @@ public:
         for (std::size_t bin = 0; bin < bins(); ++bin) {
             const Frame a = output_[bin], b = std::conj(output_[(input_.size() - bin) & mask]);
             // Neither 0 Hz nor half the sample rate has a mirror image to share its power with.
-            const f32 share = (bin & (mask >> 1)) == 0 ? 0.0625F : 0.25F;
+            const f64 share = (bin & (mask >> 1)) == 0 ? 0.0625 : 0.25;
             add(bin, std::norm(a + b) * share, std::norm(a - b) * share);
         }
     }
 
 private:
-    std::vector<f32> window_;
+    std::vector<f64> window_;
     std::vector<Frame> input_, output_;
-    FloatFft transform_;
+    Fft transform_;
 };
 
 /// Frames that come in blocks, as windows that may overlap. The first frames are zeros, as many as told.
@@ -64,7 +64,7 @@ public:
     void add(std::span<const f32> samples, u32 channels, Take take) {
         frames_.reserve(frames_.size() + samples.size() / channels);
         for (std::size_t i = 0; i < samples.size(); i += channels)
-            frames_.emplace_back(samples[i], channels > 1 ? samples[i + 1] : 0.0F);
+            frames_.emplace_back(samples[i], channels > 1 ? samples[i + 1] : 0);
         std::size_t done = 0;
         for (; next_ < count_; ++next_) {
             done = static_cast<std::size_t>(start_(next_) - first_);
@@ -85,13 +85,13 @@ private:
 };
 
 f32 levelOf(f64 power) {
-    return power > 1e-20 ? static_cast<f32>(10 * std::log10(power)) : kLeastLevel;
+    return std::max(static_cast<f32>(10 * std::log10(power)), kLeastLevel);
 }
 
 /// The power of two that is next to some seconds.
 std::size_t framesNear(f64 seconds, u32 rate) {
     const f64 exponent = std::round(std::log2(std::max(seconds * rate, 1.0)));
-    return std::size_t{1} << static_cast<u32>(std::clamp(exponent, 6.0, 18.0));
+    return std::size_t{1} << static_cast<u32>(std::clamp(exponent, 6.0, 16.0));
 }
 
 } // namespace
@@ -112,9 +112,9 @@ bool measureSpectrum(const Wave& wave, FrameSpan span, Spectrum& to) {
     Windows windows(length, count, 0, [=](u64 i) { return i * room / gaps; });
     const bool read = streamFrames(wave, span, [&](std::span<const f32> samples, u32) {
         windows.add(samples, wave.channels, [&](u64, const Frame* window) {
-            powers.measure(window, [&](std::size_t bin, f32 left, f32 right) {
-                sums[0][bin] += static_cast<f64>(left);
-                sums[1][bin] += static_cast<f64>(right);
+            powers.measure(window, [&](std::size_t bin, f64 left, f64 right) {
+                sums[0][bin] += left;
+                sums[1][bin] += right;
             });
         });
     });
@@ -142,23 +142,28 @@ bool measureSpectrogram(const Wave& wave, FrameSpan span, u32 columns, Spectrogr
     to.binHz = static_cast<f64>(wave.sampleRate) / static_cast<f64>(length);
     to.channels.assign(wave.channels, std::vector<f32>(to.columns * to.bins));
     std::vector<u32> windowsOf(to.columns);
-    // Half a window of zeros ahead of the span and behind it lets windows lie around their columns.
-    Windows windows(length, count, length / 2, [=](u64 i) { return (2 * i + 1) * frames / (2 * count); });
+    // Windows lie around their columns, so they reach beyond the span, where there is silence beyond the
+    // wave.
+    const u32 reach = static_cast<u32>(length / 2);
+    const FrameSpan wide{span.from - std::min(span.from, reach),
+                         span.to + std::min(wave.frames - span.to, reach)};
+    Windows windows(length, count, reach - (span.from - wide.from),
+                    [=](u64 i) { return (2 * i + 1) * frames / (2 * count); });
     const auto addWindow = [&](u64 number, const Frame* window) {
         const auto column = static_cast<std::size_t>(number * shown / count);
         ++windowsOf[column];
         f32* const left = to.channels[0].data() + column * to.bins;
         f32* const right = to.channels.back().data() + column * to.bins;
-        powers.measure(window, [&](std::size_t bin, f32 l, f32 r) {
-            left[bin] += l;
-            if (right != left) right[bin] += r;
+        powers.measure(window, [&](std::size_t bin, f64 l, f64 r) {
+            left[bin] += static_cast<f32>(l);
+            if (right != left) right[bin] += static_cast<f32>(r);
         });
     };
-    const bool read = streamFrames(wave, span, [&](std::span<const f32> samples, u32) {
+    const bool read = streamFrames(wave, wide, [&](std::span<const f32> samples, u32) {
         windows.add(samples, wave.channels, addWindow);
     });
     if (!read) return false;
-    windows.add(std::vector<f32>((length / 2 + 1) * wave.channels), wave.channels, addWindow);
+    windows.add(std::vector<f32>(std::size_t{reach + 1} * wave.channels), wave.channels, addWindow);
 
     to.most = kLeastLevel;
     for (auto& channel : to.channels) {
@@ -184,18 +189,21 @@ f32 levelBetween(const f32* levels, std::size_t bins, f64 binHz, f64 fromHz, f64
 }
 
 Partial strongestPartial(const std::vector<f32>& levels, f64 binHz) {
-    constexpr f64 kLowestHz = 16;
+    constexpr f64 kLowestHz = 16, kStandsOut = 10;
     Partial found;
+    f64 sum = 0;
     for (std::size_t bin = 1; bin + 1 < levels.size(); ++bin) {
         const auto before = static_cast<f64>(levels[bin - 1]), here = static_cast<f64>(levels[bin]),
                    behind = static_cast<f64>(levels[bin + 1]);
+        sum += std::pow(10, here / 10);
         if (here <= found.level || here < before || here < behind) continue;
         const f64 curvature = before - 2 * here + behind;
         const f64 shift = curvature < 0 ? (before - behind) / (2 * curvature) : 0;
         const f64 hertz = (static_cast<f64>(bin) + shift) * binHz;
         if (hertz >= kLowestHz) found = {hertz, here - (before - behind) * shift / 4};
     }
-    return found;
+    const f64 mean = 10 * std::log10(sum / static_cast<f64>(std::max<std::size_t>(levels.size(), 3) - 2));
+    return found.level > mean + kStandsOut ? found : Partial{};
 }
 
 } // namespace kv

@@ -9,7 +9,7 @@
 namespace kv {
 
 /// What is below counts as this.
-inline constexpr f32 kLeastLevel = -200;
+inline constexpr f32 kLeastLevel = -150;
 
 struct Spectrum {
     f64 binHz = 0;
@@ -42,7 +42,8 @@ f32 levelBetween(const f32* levels, std::size_t bins, f64 binHz, f64 fromHz, f64
 struct Partial {
     f64 hertz = 0, level = kLeastLevel;
 };
-/// The strongest peak above 16 Hz, placed between bins by a parabola; level `kLeastLevel` if there is none.
+/// The strongest peak above 16 Hz, placed between bins by a parabola; level `kLeastLevel` if none stands out
+/// by 10 dB from the mean power.
 Partial strongestPartial(const std::vector<f32>& levels, f64 binHz);
 
 } // namespace kv

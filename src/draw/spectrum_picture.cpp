@@ -11,14 +11,20 @@
 namespace kv {
 namespace {
 
-/// A point for each pixel; where bins are closer than pixels their highest counts.
-std::vector<Point> curveOf(const std::vector<f32>& levels, f64 binHz, const Scale& x, const Scale& y) {
+/// A level for each pixel; where bins are closer than pixels their highest counts.
+std::vector<f32> levelsAlong(const std::vector<f32>& levels, f64 binHz, const Scale& x) {
+    std::vector<f32> along;
+    for (f64 pixel = x.low; pixel <= x.high; ++pixel)
+        along.push_back(levelBetween(levels.data(), levels.size(), binHz, x.valueAt(pixel - 0.5),
+                                     x.valueAt(pixel + 0.5)));
+    return along;
+}
+
+std::vector<Point> curveOf(const std::vector<f32>& levels, const Scale& x, const Scale& y) {
     std::vector<Point> points;
-    for (f64 pixel = x.low; pixel <= x.high; ++pixel) {
-        const f32 level =
-            levelBetween(levels.data(), levels.size(), binHz, x.valueAt(pixel - 0.5), x.valueAt(pixel + 0.5));
-        points.push_back({pixel, y.at(static_cast<f64>(level))});
-    }
+    points.reserve(levels.size() + 2); // for the corners of an area
+    for (const f32 level : levels)
+        points.push_back({x.low + static_cast<f64>(points.size()), y.at(static_cast<f64>(level))});
     return points;
 }
 
@@ -33,23 +39,18 @@ std::string pitchText(f64 hertz) {
     return text;
 }
 
-struct LevelRange {
-    f64 from, to;
-};
-/// From above the highest level down to below the lowest that is shown, in tens.
-LevelRange levelRange(const Spectrum& spectrum, f64 leastHz) {
+/// Decibels from below the lowest level to above the highest, in tens, with `low` and `high` still to be set.
+Scale levelScale(const std::vector<std::vector<f32>>& curves) {
     constexpr f64 kLeastRange = 60, kMostRange = 140;
-    const auto first = static_cast<std::ptrdiff_t>(std::min<f64>(leastHz / spectrum.binHz, 1e6));
     f32 least = 0, most = kLeastLevel;
-    for (const auto& levels : spectrum.channels) {
-        const auto begin = levels.begin() + std::min(first, static_cast<std::ptrdiff_t>(levels.size()) - 1);
-        const auto [low, high] = std::minmax_element(begin, levels.end());
+    for (const auto& levels : curves) {
+        const auto [low, high] = std::minmax_element(levels.begin(), levels.end());
         least = std::min(least, *low);
         most = std::max(most, *high);
     }
     const f64 top = most <= kLeastLevel ? 0 : std::ceil((static_cast<f64>(most) + 3) / 10) * 10;
     const f64 bottom = std::floor((static_cast<f64>(least) - 3) / 10) * 10;
-    return {std::clamp(bottom, top - kMostRange, top - kLeastRange), top};
+    return {std::clamp(bottom, top - kMostRange, top - kLeastRange), top, 0, 1};
 }
 
 } // namespace
@@ -61,9 +62,12 @@ bool drawSpectrum(Plot& plot, const Wave& wave, FrameSpan span) {
     const f64 highest = wave.sampleRate / 2.0;
     const f64 lowest = std::min(20.0, highest / 100);
     const Scale x = logScale(lowest, highest, area.left, area.right);
-    const auto [from, to] = levelRange(spectrum, lowest);
-    const Scale y{from, to, area.bottom, area.top};
-    const auto levels = levelTicks(from, to, plot.marksDown(area.height()));
+    std::vector<std::vector<f32>> curves;
+    for (const auto& levels : spectrum.channels) curves.push_back(levelsAlong(levels, spectrum.binHz, x));
+    Scale y = levelScale(curves);
+    y.low = area.bottom;
+    y.high = area.top;
+    const auto levels = levelTicks(y.from, y.to, plot.marksDown(area.height()));
     const auto frequencies = frequencyTicks(lowest, highest);
 
     const Colour colours[] = {plot.colours().first, plot.colours().second};
@@ -84,8 +88,8 @@ bool drawSpectrum(Plot& plot, const Wave& wave, FrameSpan span) {
     plot.gridDown(area, x, frequencies);
     plot.gridAcross(area, y, levels);
     plot.canvas().within(area, [&] {
-        for (std::size_t c = spectrum.channels.size(); c-- > 0;) {
-            const std::vector<Point> curve = curveOf(spectrum.channels[c], spectrum.binHz, x, y);
+        for (std::size_t c = curves.size(); c-- > 0;) {
+            const std::vector<Point> curve = curveOf(curves[c], x, y);
             if (c == 0) {
                 std::vector<Point> outline = curve;
                 outline.push_back({area.right, area.bottom + 1});
@@ -113,8 +117,11 @@ bool drawSpectrogram(Plot& plot, const Wave& wave, FrameSpan span) {
     const Scale seconds = timeScale(wave, span, area);
     const auto secondTicks = timeTicks(seconds.from, seconds.to, plot.marksAcross(area.width()));
     const f64 highest = wave.sampleRate / 2.0;
-    std::vector<Tick> frequencies = frequencyTicks(std::min(50.0, highest / 100), highest);
+    std::vector<Tick> frequencies = frequencyTicks(std::min(100.0, highest / 20), highest);
     std::erase_if(frequencies, [](const Tick& tick) { return tick.label.empty(); });
+    for (Tick& tick : frequencies)
+        tick.label = tick.value < 1000 ? fmt::format("{:g} Hz", tick.value)
+                                       : fmt::format("{:g} kHz", tick.value / 1000);
 
     plot.title(wave.name().view(), waveDetails(wave, span));
     plot.labelsBelow(seconds, secondTicks, "time");

@@ -49,8 +49,8 @@ int decimalsOf(f64 step) {
 }
 
 std::string plainNumber(f64 value, f64 step) {
-    if (std::abs(value) >= 1e15 || step < 1e-9) return fmt::format("{:g}", value);
-    return step >= 1 ? grouped(std::llround(value)) : fmt::format("{:.{}f}", value, decimalsOf(step));
+    if (step >= 1e4 || step < 1e-9) return fmt::format("{:g}", value);
+    return fmt::format("{:.{}f}", value, decimalsOf(step));
 }
 
 std::string clockTime(f64 seconds) {
@@ -99,7 +99,9 @@ Scale melScale(f64 from, f64 to, f64 low, f64 high) {
 std::vector<Tick> linearTicks(f64 from, f64 to, u32 most, f64 leastStep) {
     if (!(to > from)) return {};
     const f64 step = std::max(decimalStep(to - from, most), leastStep);
-    return multiples(from, to, step, [&](f64 value) { return plainNumber(value, step); });
+    return multiples(from, to, step, [&](f64 value) {
+        return leastStep >= 1 ? grouped(std::llround(value)) : plainNumber(value, step);
+    });
 }
 
 std::vector<Tick> timeTicks(f64 from, f64 to, u32 most) {

@@ -30,7 +30,7 @@ Scale logScale(f64 from, f64 to, f64 low, f64 high);
 Scale melScale(f64 from, f64 to, f64 low, f64 high);
 
 /// Steps of 1, 2 or 5 times a power of ten, in which at most `most` marks fall between the ends. `leastStep`
-/// is the smallest, such as 1 for what is counted.
+/// is the smallest; from 1 on the values are counts, which are labelled by `grouped`.
 std::vector<Tick> linearTicks(f64 from, f64 to, u32 most, f64 leastStep = 0);
 /// Seconds, from a minute on as m:ss and from an hour on as h:mm:ss.
 std::vector<Tick> timeTicks(f64 from, f64 to, u32 most);

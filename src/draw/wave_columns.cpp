@@ -27,6 +27,18 @@ struct Sums {
     }
 };
 
+/// Gives each column the mean square of so many columns around it.
+void smoothLevels(std::vector<WaveColumn>& columns, std::size_t reach) {
+    std::vector<f64> sums{0}; // of squares up to each column
+    for (const WaveColumn& c : columns)
+        sums.push_back(sums.back() + static_cast<f64>(c.rms) * static_cast<f64>(c.rms));
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        const std::size_t from = i - std::min(i, reach), to = std::min(i + reach + 1, columns.size());
+        const f64 mean = std::max(sums[to] - sums[from], 0.0) / static_cast<f64>(to - from);
+        columns[i].rms = static_cast<f32>(std::sqrt(mean));
+    }
+}
+
 } // namespace
 
 bool measureColumns(const Wave& wave, FrameSpan span, u32 columns, WaveColumns& to) {
@@ -38,7 +50,7 @@ bool measureColumns(const Wave& wave, FrameSpan span, u32 columns, WaveColumns& 
 
     std::vector<Sums> sums(channels);
     u32 column = 0, start = 0, end = startOf(1);
-    return streamFrames(wave, span, [&](std::span<const f32> samples, u32 first) {
+    const bool read = streamFrames(wave, span, [&](std::span<const f32> samples, u32 first) {
         u32 at = first - span.from;
         while (!samples.empty()) {
             const std::size_t frames = std::min<std::size_t>(end - at, samples.size() / channels);
@@ -56,6 +68,10 @@ bool measureColumns(const Wave& wave, FrameSpan span, u32 columns, WaveColumns& 
             end = startOf(++column + 1);
         }
     });
+    constexpr u32 kPerSecond = 100; // reaches of 10 ms
+    const u64 reach = u64{wave.sampleRate} * columns / kPerSecond / span.count();
+    for (auto& channel : to.channels) smoothLevels(channel, static_cast<std::size_t>(reach));
+    return read;
 }
 
 bool readPieces(const Wave& wave, std::span<WavePiece> pieces) {

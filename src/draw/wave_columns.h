@@ -10,7 +10,7 @@ namespace kv {
 /// What the frames of a column have between them.
 struct WaveColumn {
     f32 least = 0, most = 0;
-    f32 rms = 0;
+    f32 rms = 0; ///< of 20 ms around it, if that is longer than the column
 };
 
 struct WaveColumns {

@@ -20,7 +20,7 @@ struct PictureOptions {
     PictureKind kind = PictureKind::Waveform;
     u32 width = 1200, height = 600;
     bool dark = false;
-    FrameSpan span; ///< what is drawn, cut to the wave; not for `Loop`
+    FrameSpan span{}; ///< what is drawn, cut to the wave; not for `Loop`
 };
 
 /// Draws a wave; passes through its samples once and keeps little of them. False with the error pair set when

@@ -36,28 +36,40 @@ f64 levelShown(f64 peak) {
     return peak > 1 || (peak > 0 && peak < kQuiet) ? niceCeiling(peak) : 1;
 }
 
-void drawColumns(Plot& plot, const std::vector<WaveColumn>& columns, const Rect& lane, const Scale& y) {
-    // Each area is at least a pixel high, and reaches to where the next one begins.
-    const auto area = [&](auto least, auto most, Colour colour) {
-        std::vector<Point> outline;
-        outline.reserve(2 * columns.size());
-        const auto add = [&](std::size_t i, f64 value, f64 shift) {
-            outline.push_back({lane.left + static_cast<f64>(i) + 0.5, y.at(value) + shift});
-        };
-        for (std::size_t i = 0; i < columns.size(); ++i) {
-            const f32 before = i > 0 ? least(columns[i - 1]) : most(columns[i]);
-            add(i, static_cast<f64>(std::max(most(columns[i]), before)), -0.5);
-        }
-        for (std::size_t i = columns.size(); i-- > 0;) {
-            const f32 before = i > 0 ? most(columns[i - 1]) : least(columns[i]);
-            add(i, static_cast<f64>(std::min(least(columns[i]), before)), 0.5);
-        }
-        plot.canvas().fill(outline, colour);
+/// Fills the columns from `from[i]` to `to[i]`; each area is at least a pixel high and reaches to where the
+/// one before ended.
+void fillColumns(Plot& plot, std::span<const f32> from, std::span<const f32> to, f64 left, const Scale& y,
+                 Colour colour) {
+    std::vector<Point> outline;
+    outline.reserve(2 * from.size());
+    const auto add = [&](std::size_t i, f32 level, f64 shift) {
+        outline.push_back({left + static_cast<f64>(i) + 0.5, y.at(static_cast<f64>(level)) + shift});
     };
-    area([](const WaveColumn& c) { return c.least; }, [](const WaveColumn& c) { return c.most; },
-         plot.colours().peaks);
-    area([](const WaveColumn& c) { return std::max(c.least, -c.rms); },
-         [](const WaveColumn& c) { return std::min(c.most, c.rms); }, plot.colours().body);
+    for (std::size_t i = 0; i < to.size(); ++i) add(i, i > 0 ? std::max(to[i], from[i - 1]) : to[i], -0.5);
+    for (std::size_t i = from.size(); i-- > 0;) add(i, i > 0 ? std::min(from[i], to[i - 1]) : from[i], 0.5);
+    plot.canvas().fill(outline, colour);
+}
+
+void drawColumns(Plot& plot, const std::vector<WaveColumn>& columns, f64 left, const Scale& y) {
+    std::vector<f32> from, to;
+    for (const WaveColumn& c : columns) {
+        from.push_back(c.least);
+        to.push_back(c.most);
+    }
+    fillColumns(plot, from, to, left, y, plot.colours().peaks);
+    // The body is what of this lies below the level that is heard: not every column has some of it.
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        const std::size_t first = i;
+        while (i < columns.size() && from[i] <= columns[i].rms && to[i] >= -columns[i].rms) {
+            from[i] = std::max(from[i], -columns[i].rms);
+            to[i] = std::min(to[i], columns[i].rms);
+            ++i;
+        }
+        if (i > first)
+            fillColumns(plot, std::span(from).subspan(first, i - first),
+                        std::span(to).subspan(first, i - first), left + static_cast<f64>(first), y,
+                        plot.colours().body);
+    }
 }
 
 void drawSamples(Plot& plot, const std::vector<f32>& samples, u32 first, const Scale& x, const Scale& y) {
@@ -107,7 +119,8 @@ private:
         plot_.canvas().fill(Rect{frames_.at(cut(from)), all.top, frames_.at(cut(to)), all.bottom}, colour);
     }
     void loop();
-    void cue(const CuePoint& cue, std::size_t number);
+    std::vector<std::size_t> shownCues() const;
+    void cueLabel(const CuePoint& cue, std::size_t number);
 
     Plot& plot_;
     const Wave& wave_;
@@ -117,18 +130,19 @@ private:
 
 void Markers::areas() {
     if (loopShows()) area(wave_.params.loopStart, wave_.params.loopEnd, plot_.colours().loopArea);
+    std::size_t left = 500; // more than anyone could tell apart
     for (const CuePoint& cue : wave_.cuePoints) {
         const f64 from = cue.position, to = from + cue.length;
-        if (cue.length > 0 && from < frames_.to && to > frames_.from) area(from, to, plot_.colours().cueArea);
+        if (cue.length == 0 || from >= frames_.to || to <= frames_.from) continue;
+        area(from, to, plot_.colours().cueArea);
+        if (--left == 0) return;
     }
 }
 
 void Markers::loop() {
     const Rect& all = plot_.area();
     for (const f64 frame : {wave_.params.loopStart, wave_.params.loopEnd}) {
-        if (!shows(frame)) continue;
-        const f64 x = frames_.at(frame);
-        plot_.canvas().line({x, all.top}, {x, all.bottom}, plot_.colours().loop, 1.5 * plot_.unit());
+        if (shows(frame)) plot_.marker(all, frames_.at(frame), plot_.colours().loop);
     }
     const f64 from = frames_.at(cut(wave_.params.loopStart)), to = frames_.at(cut(wave_.params.loopEnd));
     const f64 half = plot_.tagWidth("loop") / 2 + 2 * plot_.unit();
@@ -138,17 +152,15 @@ void Markers::loop() {
               plot_.colours().loop, Align::Centre);
 }
 
-void Markers::cue(const CuePoint& cue, std::size_t number) {
+void Markers::cueLabel(const CuePoint& cue, std::size_t number) {
     constexpr std::size_t kLabelCharacters = 28;
     const Rect& all = plot_.area();
-    const f64 x = frames_.at(cue.position), gap = 3 * plot_.unit();
-    plot_.canvas().dashed({x, all.top}, {x, all.bottom}, plot_.colours().cue, 1.2 * plot_.unit(),
-                          5 * plot_.unit());
+    const f64 gap = 3 * plot_.unit();
     std::string text(cue.label.view());
     if (text.empty()) text = std::to_string(number);
     const std::string_view cutText = cutToCharacters(text, kLabelCharacters);
     if (cutText.size() < text.size()) text = std::string(cutText) + "…";
-    const f64 left = std::min(x + gap, all.right - plot_.tagWidth(text) - gap);
+    const f64 left = std::min(frames_.at(cue.position) + gap, all.right - plot_.tagWidth(text) - gap);
     for (std::size_t row = 0; row < ends_.size(); ++row) {
         if (left < ends_[row]) continue;
         const f64 top = all.top + 4 * plot_.unit() + static_cast<f64>(row) * plot_.tagHeight();
@@ -157,22 +169,34 @@ void Markers::cue(const CuePoint& cue, std::size_t number) {
     }
 }
 
+/// The cue points that show, from the left; one of many on a pixel will do.
+std::vector<std::size_t> Markers::shownCues() const {
+    const std::vector<CuePoint>& cues = wave_.cuePoints;
+    std::vector<std::size_t> order;
+    for (std::size_t i = 0; i < cues.size(); ++i) {
+        if (shows(cues[i].position)) order.push_back(i);
+    }
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return cues[a].position < cues[b].position; });
+    f64 last = -1;
+    std::erase_if(order, [&](std::size_t i) {
+        const f64 x = frames_.at(cues[i].position);
+        if (x - last < 1) return true;
+        last = x;
+        return false;
+    });
+    return order;
+}
+
 void Markers::lines(f64 taken) {
+    const std::vector<std::size_t> cues = shownCues();
+    for (const std::size_t i : cues) {
+        plot_.dashedMarker(plot_.area(), frames_.at(wave_.cuePoints[i].position), plot_.colours().cue);
+    }
+    if (loopShows()) loop();
     ends_.fill(0);
     ends_[0] = taken;
-    if (loopShows()) loop();
-    std::vector<std::size_t> order(wave_.cuePoints.size());
-    for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
-    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
-        return wave_.cuePoints[a].position < wave_.cuePoints[b].position;
-    });
-    f64 last = -1;
-    for (const std::size_t i : order) {
-        const f64 x = frames_.at(wave_.cuePoints[i].position);
-        if (!shows(wave_.cuePoints[i].position) || x - last < 1) continue; // one of many on a pixel will do
-        cue(wave_.cuePoints[i], i + 1);
-        last = x;
-    }
+    for (const std::size_t i : cues) cueLabel(wave_.cuePoints[i], i + 1);
 }
 
 } // namespace
@@ -206,7 +230,7 @@ bool drawWaveform(Plot& plot, const Wave& wave, FrameSpan span) {
         plot.labelsRight(lane, y, decibelTicks(most), "dB");
         plot.canvas().within(lane, [&] {
             if (shape.samples.channels.empty())
-                drawColumns(plot, shape.columns.channels[i], lane, y);
+                drawColumns(plot, shape.columns.channels[i], lane.left, y);
             else
                 drawSamples(plot, shape.samples.channels[i], span.from, frames, y);
         });

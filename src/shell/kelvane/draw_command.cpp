@@ -102,7 +102,6 @@ int runDraw(const DrawOptions& options, TerminalUi& ui) {
         ++failures;
     }
     if (interrupted()) return kInterrupted;
-    if (!ui.quiet()) printDiagnostics(10);
     return failures == 0 ? kDone : failures < waves.size() ? kSomeFailed : kFailed;
 }
 
