@@ -2,7 +2,7 @@
 
 _kelvane() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands="formats detect info convert edit process algorithms preset midi settings"
+    local commands="formats detect info convert edit process draw algorithms preset midi settings"
     local globals="--help --quiet --yes --no --progress --settings --set"
     local input="--as --raw-rate --raw-channels --raw-format --raw-big-endian --raw-unsigned --raw-offset"
     local command="" action="" word
@@ -38,6 +38,7 @@ _kelvane() {
         convert) words="--to --data --channels --bit-rate --item --name-mode --parameter-set --report --strict --sub-dirs --force $input $globals" ;;
         edit) words="--output --do --to --data --force $input $globals" ;;
         process) words="--output --do --items --waves --range --to --data --force $input $globals" ;;
+        draw) words="--output --waveform --spectrum --spectrogram --loop --waves --range --size --dark --force $input $globals" ;;
         algorithms) words="--audio --midi --instrument --json $globals" ;;
         preset)
             words="show extract apply $globals"
