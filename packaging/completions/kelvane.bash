@@ -2,7 +2,7 @@
 
 _kelvane() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands="formats detect info convert edit process batch algorithms preset midi settings"
+    local commands="formats detect info convert edit process draw batch algorithms preset midi settings"
     local globals="--help --quiet --yes --no --progress --settings --set"
     local input="--as --raw-rate --raw-channels --raw-format --raw-big-endian --raw-unsigned --raw-offset"
     local command="" action="" word
@@ -34,11 +34,12 @@ _kelvane() {
         "") words="$commands $globals --version" ;;
         formats) words="--import --export --json $globals" ;;
         detect) words="--json $globals" ;;
-        info) words="--json --warnings $input $globals" ;;
+        info) words="--json --loudness --warnings $input $globals" ;;
         convert) words="--to --data --channels --bit-rate --item --name-mode --parameter-set --report --strict --sub-dirs --force $input $globals" ;;
         edit) words="--output --do --to --data --force $input $globals" ;;
         batch) words="--mode --to --output --do --jobs --timeout --memory --existing --report --resume --shard --merge-reports --save-job --dry-run --no-sandbox --silence-threshold --separate-subdirs --overwrite-all --same-dir-as-source --keep-subdirs --path-levels --keep-tree --split-stereo --merge-stereo --normalize --trim-start --trim-end --resample --resample-rate --only-downsample --resample-quality --auto-merge-songs $input $globals" ;;
         process) words="--output --do --items --waves --range --to --data --force $input $globals" ;;
+        draw) words="--output --waveform --spectrum --spectrogram --loop --waves --range --size --dark --force $input $globals" ;;
         algorithms) words="--audio --midi --instrument --json $globals" ;;
         preset)
             words="show extract apply $globals"

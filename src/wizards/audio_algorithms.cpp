@@ -467,7 +467,12 @@ bool runStatistics(AlgorithmRun& run) {
     return forEachWave(run, [&](Wave& wave) {
         WaveStatistics statistics;
         if (!measure(wave, rangeFor(run, wave), statistics)) return false;
-        say(run, wave, statisticsText(statistics));
+        std::string text = statisticsText(statistics);
+        EbuLoudness loudness{};
+        const bool measured = measureLoudness(wave, rangeFor(run, wave), loudness);
+        if (!measured && CancelRequested()) return false;
+        text += "\n" + (measured ? loudnessText(loudness) : "Loudness: " + runContext().error.message);
+        say(run, wave, text);
         return true;
     });
 }

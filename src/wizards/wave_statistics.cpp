@@ -6,6 +6,8 @@
 #include <cmath>
 #include <span>
 
+#include "base/run_context.h"
+#include "model/sample_blocks.h"
 #include "model/wave.h"
 #include "model/wave_data.h"
 
@@ -35,6 +37,10 @@ void measureSamples(std::span<const T> samples, u32 channels, f64 fullScale, Wav
     to.rms = std::sqrt(squares / count);
 }
 
+std::string levelText(f64 level, std::string_view unit) {
+    return std::isnan(level) ? "too short" : fmt::format("{:.1f} {}", level, unit);
+}
+
 } // namespace
 
 f64 decibels(f64 level) {
@@ -61,6 +67,32 @@ bool measure(Wave& wave, FrameRange range, WaveStatistics& to) {
     else
         measureSamples<i16>(wave.samples16.span().subspan(first, count), wave.channels, kFullScale16, to);
     return true;
+}
+
+bool measureLoudness(const Wave& wave, FrameRange range, EbuLoudness& to) {
+    constexpr u32 kStep = 16384;
+    const std::unique_ptr<EbuMeter> meter = EbuMeter::create(wave.channels, wave.sampleRate);
+    const std::unique_ptr<SampleBlocks> blocks = meter ? openSamples(wave, true) : nullptr;
+    if (!blocks) return false;
+    const u32 end = std::min(range.to, blocks->frames());
+    std::vector<f32> samples;
+    for (u32 at = 0; at < end;) {
+        if (CancelRequested()) return Fail("Loudness", "Cancelled");
+        // What stands ahead of the range is read, too: blocks come one after the other.
+        const u32 step = std::min(kStep, (at < range.from ? std::min(range.from, end) : end) - at);
+        samples.resize(std::size_t{step} * blocks->channels());
+        if (!blocks->read(std::span(samples))) return false;
+        if (at >= range.from && !meter->add(samples)) return false;
+        at += step;
+    }
+    to = meter->finish();
+    return true;
+}
+
+std::string loudnessText(const EbuLoudness& loudness) {
+    return fmt::format("Integrated loudness: {}\nLoudness range: {}\nTrue peak: {}",
+                       levelText(loudness.integrated, "LUFS"), levelText(loudness.range, "LU"),
+                       levelText(loudness.truePeak, "dBTP"));
 }
 
 std::string statisticsText(const WaveStatistics& s) {

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "dsp/ebu_loudness.h"
 #include "wizards/wave_edit.h"
 
 namespace kv {
@@ -20,8 +21,14 @@ struct WaveStatistics {
 /// False with the error pair set when the samples can't be had.
 bool measure(Wave& wave, FrameRange range, WaveStatistics& to);
 
+/// Measures loudness on the frames of a range, without loading the wave. False with the error pair set when
+/// the samples can't be had, the user stopped it, or the wave's rate can't be measured (`EbuMeter`).
+bool measureLoudness(const Wave& wave, FrameRange range, EbuLoudness& to);
+
 /// The lines of the "Statistics" page.
 std::string statisticsText(const WaveStatistics& statistics);
+/// More lines for it. They tell of loudness what there is: "-inf" for silence, "too short".
+std::string loudnessText(const EbuLoudness& loudness);
 
 /// 20 log10 of a level; -96 for 0 and below.
 f64 decibels(f64 level);

@@ -77,6 +77,10 @@ TEST_F(Kelvane, DetectsAndDescribes) {
     EXPECT_EQ(wave["cuePoints"][0]["label"], "Strike is over");
     EXPECT_EQ(wave["preferredFormat"], "PCM 16-bit");
     EXPECT_EQ(wave["resident"], false);
+    EXPECT_FALSE(wave.contains("loudness"));
+    EXPECT_NEAR(json("info --json --loudness ding.wav")["waves"][0]["loudness"]["truePeakDbtp"].get<double>(),
+                -6, 6);
+    EXPECT_NE(run("info --loudness ding.wav").out.find(" LUFS, true peak "), std::string::npos);
     const Outcome missing = run("info nowhere.wav");
     EXPECT_EQ(missing.status, 1);
     EXPECT_EQ(missing.err, "Import: Could not open file\n");
@@ -244,6 +248,36 @@ TEST_F(Kelvane, ProcessesWaves) {
     EXPECT_FALSE(fs::exists(folder / "x.wav"));
     EXPECT_GT(json("algorithms --json").size(), 30U);
     EXPECT_EQ(json("algorithms --json --midi").size(), 8U);
+}
+
+TEST_F(Kelvane, DrawsWaves) {
+    const auto isPng = [&](const char* name) {
+        return textOf(test::readFile(folder / name)).substr(1, 3) == "PNG";
+    };
+    const Outcome first = run("draw ding.wav -o ding.png");
+    if (first.err.find("could not be opened") != std::string::npos) GTEST_SKIP() << first.err;
+    EXPECT_EQ(first.status, 0) << first.err;
+    EXPECT_TRUE(isPng("ding.png"));
+    EXPECT_EQ(run("draw ding.wav -o ding.png").err,
+              "draw: \"ding.png\" exists already; --force replaces it\n");
+    const std::string before(textOf(test::readFile(folder / "ding.png")));
+    for (const char* kind :
+         {"--spectrum", "--spectrogram", "--loop", "--dark", "--range 20:2000", "--size 300x200"}) {
+        EXPECT_EQ(run(std::string("draw ding.wav -o ding.png --force ") + kind).status, 0) << kind;
+        EXPECT_NE(textOf(test::readFile(folder / "ding.png")), before) << kind;
+    }
+    EXPECT_EQ(run("draw ding.wav -o - --waveform").out, before);
+    EXPECT_EQ(run("draw ding.wav -o two.png --waves wave:1 --waves 'wave:\"Ding\"'").status, 0);
+    EXPECT_TRUE(isPng("two - 1.png") && isPng("two - 2.png"));
+    EXPECT_EQ(run("draw ding.wav -o all.png --waves all").status, 0);
+    EXPECT_TRUE(isPng("all.png"));
+    for (const char* wrong :
+         {"--size 5", "--size 1200x", "--range 9", "--loop --spectrum", "--loop --range 1:9"})
+        EXPECT_EQ(run(std::string("draw ding.wav -o x.png ") + wrong).status, 2) << wrong;
+    for (const char* wrong : {"--size 20x20", "--range 26000:", "--waves wave:2", "--waves collection:1"})
+        EXPECT_EQ(run(std::string("draw ding.wav -o x.png ") + wrong).status, 1) << wrong;
+    EXPECT_EQ(run("draw ding.wav -o - --waves all --waves wave:1").status, 1);
+    EXPECT_FALSE(fs::exists(folder / "x.png"));
 }
 
 TEST_F(Kelvane, CarriesArticulationFromBankToBank) {

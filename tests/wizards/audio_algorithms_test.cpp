@@ -241,7 +241,23 @@ TEST_F(AudioAlgorithms, Statistics) {
     EXPECT_EQ(said, wave->name().str() +
                         "\nWavesamples: 4 / 1.00 s\nMean value: -0.125\nRMS: 0.661 / -3.59 dB\n"
                         "Min..Max value: -1.000..0.500 / -32768..16384\nMax level: 1.000 / 0.00 dB / 32768\n"
-                        "Maximum delta: 1.500 / 49152\nZero crossings: 3");
+                        "Maximum delta: 1.500 / 49152\nZero crossings: 3\n"
+                        "Loudness: Sample rates from 3400 to 2822400 Hz can be measured, but not 4");
+    // Loud for four seconds, then silent.
+    std::vector<i16> samples(200000);
+    for (std::size_t i = 0; i < 96000; ++i) samples[i] = i % 24 < 12 ? 3000 : -3000;
+    Wave* sound = addWaveWith(samples);
+    sound->sampleRate = 24000;
+    const auto loudnessOf = [&](u32 from, u32 to) {
+        said.clear();
+        EXPECT_TRUE(run("statistics", {sound}, from, to));
+        return said.substr(said.find("Integrated"));
+    };
+    EXPECT_EQ(loudnessOf(100000, 200000),
+              "Integrated loudness: -inf LUFS\nLoudness range: 0.0 LU\nTrue peak: -inf dBTP");
+    EXPECT_EQ(loudnessOf(100000, 100002),
+              "Integrated loudness: too short\nLoudness range: too short\nTrue peak: -inf dBTP");
+    EXPECT_EQ(loudnessOf(48000, 60000).substr(0, 25), "Integrated loudness: -19.");
 }
 
 TEST_F(AudioAlgorithms, OddWavesStayInOnePiece) {

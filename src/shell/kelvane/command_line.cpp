@@ -113,6 +113,7 @@ private:
     void addProcess();
     void addAlgorithms();
     void addBatch();
+    void addDraw();
     void addPreset();
     void addMidi();
     void addSettings();
@@ -131,6 +132,7 @@ private:
     ProcessOptions process_;
     AlgorithmsOptions algorithms_;
     BatchOptions batch_;
+    DrawOptions draw_;
     PresetOptions preset_;
     MidiOptions midi_;
     SettingsOptions setting_;
@@ -152,6 +154,7 @@ CommandLine::CommandLine() {
     addProcess();
     addAlgorithms();
     addBatch();
+    addDraw();
     addPreset();
     addMidi();
     addSettings();
@@ -208,6 +211,7 @@ void CommandLine::addInfo() {
     command->add_option("PATH", info_.path, "File")->required();
     command->add_flag("--json", info_.json, "As JSON");
     command->add_flag("--warnings", info_.warnings, "Also what was odd or could not be kept");
+    command->add_flag("--loudness", info_.loudness, "Measure the waves: loudness and true peak (EBU R 128)");
     addInput(*command, info_.input);
 }
 
@@ -352,6 +356,33 @@ void CommandLine::addAlgorithms() {
     command->add_flag("--midi", algorithms_.midi, "Those for songs");
     command->add_flag("--instrument", algorithms_.instrument, "Those for instruments");
     command->add_flag("--json", algorithms_.json, "As JSON");
+}
+
+void CommandLine::addDraw() {
+    CLI::App* command =
+        add("draw", "Draw waves as pictures", [this](TerminalUi& ui) { return runDraw(draw_, ui); });
+    command->add_option("INPUT", draw_.path, "File")->required();
+    command
+        ->add_option("-o,--output", draw_.output,
+                     "PNG file, or - for standard output; several pictures get numbers")
+        ->required()
+        ->type_name("FILE");
+    CLI::Option_group* kind = command->add_option_group("Kind");
+    kind->add_flag("--waveform", draw_.waveform, "Level over time, with loop and cue points (the default)");
+    kind->add_flag("--spectrum", draw_.spectrum, "Mean level by frequency");
+    kind->add_flag("--spectrogram", draw_.spectrogram, "Level by time and frequency");
+    CLI::Option* loop = kind->add_flag("--loop", draw_.loop, "What is played around the seam of the loop");
+    kind->require_option(0, 1);
+    command
+        ->add_option("--waves", draw_.waves, "wave:N or wave:\"NAME\" as info shows them, or all; repeatable")
+        ->type_name("WAVE")
+        ->allow_extra_args(false);
+    command->add_option("--range", draw_.range, "Only these frames")->type_name("FROM:TO")->excludes(loop);
+    command->add_option("--size", draw_.size, "Pixels, from 160x120 to 16384x16384; else 1200x600")
+        ->type_name("WIDTHxHEIGHT");
+    command->add_flag("--dark", draw_.dark, "Light on dark");
+    command->add_flag("--force", draw_.force, "Replace files that exist");
+    addInput(*command, draw_.input);
 }
 
 void CommandLine::addPreset() {

@@ -54,7 +54,7 @@ bool openInputs(const std::vector<std::string>& paths, const InputOptions& optio
 
 struct InfoOptions {
     std::string path;
-    bool json = false, warnings = false;
+    bool json = false, warnings = false, loudness = false;
     InputOptions input;
 };
 int runInfo(const InfoOptions& options, TerminalUi& ui);
@@ -106,6 +106,16 @@ struct BatchOptions {
     InputOptions input;
 };
 int runBatchCommand(const BatchOptions& options, TerminalUi& ui);
+
+struct DrawOptions {
+    std::string path, output; ///< the output's number goes behind its name when there are several pictures
+    bool waveform = false, spectrum = false, spectrogram = false, loop = false; ///< at most one
+    bool dark = false, force = false;
+    std::string size = "1200x600", range; ///< frames, as "100:2000"
+    std::vector<std::string> waves;       ///< selectors or "all"; none: the first wave
+    InputOptions input;
+};
+int runDraw(const DrawOptions& options, TerminalUi& ui);
 
 struct AlgorithmsOptions {
     bool audio = false, midi = false, instrument = false, json = false;

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <iterator>
 
@@ -24,6 +25,7 @@
 #include "shell/kelvane/item_selector.h"
 #include "shell/kelvane/json_writer.h"
 #include "shell/kelvane/terminal_ui.h"
+#include "shell/kelvane/wave_loudness.h"
 
 namespace kv {
 namespace {
@@ -163,7 +165,23 @@ void TreePrinter::print(const Item& item, int depth) {
     }
 }
 
-void printWave(Printer& out, const ItemSelectors& selectors, const Wave& wave) {
+void printLoudness(Printer& out, const Wave& wave, WaveLoudness& meter) {
+    const std::optional<EbuLoudness> loudness = meter.of(wave);
+    if (!loudness) return;
+    std::string text;
+    const auto add = [&](std::string_view label, f64 value, std::string_view unit) {
+        if (!std::isnan(value))
+            text += fmt::format("{}{} {:.1f} {}", text.empty() ? "" : ", ", label, value, unit);
+    };
+    add("loudness", loudness->integrated, "LUFS");
+    add("range", loudness->range, "LU");
+    add("true peak", loudness->truePeak, "dBTP");
+    add("momentary up to", loudness->momentary, "LUFS");
+    add("short-term up to", loudness->shortTerm, "LUFS");
+    out(FMT_COMPILE("  {}\n"), text);
+}
+
+void printWave(Printer& out, const ItemSelectors& selectors, const Wave& wave, WaveLoudness* loudness) {
     printLine(out, 0, selectors.of(wave), wave);
     std::string_view format;
     FormatCodeInfo(wave.preferredFormat, &format, nullptr);
@@ -183,9 +201,10 @@ void printWave(Printer& out, const ItemSelectors& selectors, const Wave& wave) {
         if (cue.length > 0) out(FMT_COMPILE(" for {}"), cue.length);
         out(FMT_COMPILE(" \"{}\"\n"), cue.label.view());
     }
+    if (loudness) printLoudness(out, wave, *loudness);
 }
 
-void printStore(std::string_view description, int confidence) {
+void printStore(std::string_view description, int confidence, WaveLoudness* loudness) {
     Printer out;
     out(FMT_COMPILE("{} ({} %)\n"), description, confidence);
     const ItemSelectors selectors;
@@ -194,10 +213,10 @@ void printStore(std::string_view description, int confidence) {
     for (Instrument& instrument : store().all<Instrument>()) tree.print(instrument, 0);
     for (Song& song : store().all<Song>()) tree.print(song, 0);
     for (SynthModel& model : store().all<SynthModel>()) tree.print(model, 0);
-    for (Wave& wave : store().all<Wave>()) printWave(out, selectors, wave);
+    for (Wave& wave : store().all<Wave>()) printWave(out, selectors, wave, loudness);
 }
 
-void printJson(const FormatRow* row, int rowNumber, int confidence, bool warnings) {
+void printJson(const FormatRow* row, int rowNumber, int confidence, bool warnings, WaveLoudness* loudness) {
     JsonWriter json(stdout);
     json.beginObject();
     json.beginObject("format");
@@ -206,7 +225,7 @@ void printJson(const FormatRow* row, int rowNumber, int confidence, bool warning
     json.value("description", row ? row->description : std::string_view());
     json.value("confidence", confidence);
     json.endObject();
-    writeStore(json);
+    writeStore(json, loudness);
     if (warnings) {
         json.beginArray("warnings");
         for (const Diagnostic& d : workspace().diagnostics.entries()) {
@@ -230,12 +249,14 @@ int runInfo(const InfoOptions& options, TerminalUi& ui) {
     const int rowNumber = collection ? collection->sourceFormat : -1;
     const FormatRow* row = workspace().formats->row(rowNumber);
     const int confidence = options.input.as.empty() ? confidenceOf(options.path) : 100;
+    WaveLoudness meter;
+    WaveLoudness* const loudness = options.loudness ? &meter : nullptr;
     if (options.json)
-        printJson(row, rowNumber, confidence, options.warnings);
+        printJson(row, rowNumber, confidence, options.warnings, loudness);
     else
-        printStore(row ? row->description : "", confidence);
+        printStore(row ? row->description : "", confidence, loudness);
     if (options.warnings && !options.json) printDiagnostics(static_cast<std::size_t>(-1));
-    return kDone;
+    return meter.failures() == 0 ? kDone : kSomeFailed;
 }
 
 } // namespace kv

@@ -11,6 +11,7 @@
 #include "samples/data_format.h"
 #include "shell/kelvane/field_texts.h"
 #include "shell/kelvane/json_writer.h"
+#include "shell/kelvane/wave_loudness.h"
 
 namespace kv {
 namespace {
@@ -23,7 +24,7 @@ std::string fieldJson(const ArticulationField& field, const Articulation& record
 
 class StoreWriter {
 public:
-    explicit StoreWriter(JsonWriter& json) : json_(json) {}
+    StoreWriter(JsonWriter& json, WaveLoudness* loudness) : json_(json), loudness_(loudness) {}
 
     void collection(const Collection& collection);
     void instrument(const Instrument& instrument);
@@ -63,8 +64,10 @@ private:
     void summary(const SongSummary& s);
     void params(const SampleParams& p);
     void articulation(const Articulation& record);
+    void loudness(const Wave& wave);
 
     JsonWriter& json_;
+    WaveLoudness* loudness_;
     FieldTexts texts_{fieldJson};
 };
 
@@ -175,6 +178,20 @@ void StoreWriter::wave(const Wave& w) {
     json_.value("reader", w.reader ? w.reader->name : std::string_view());
     json_.value("reloadable", w.reloadable);
     json_.value("resident", w.resident());
+    if (loudness_) loudness(w);
+}
+
+/// Null for what could not be measured, and for silence.
+void StoreWriter::loudness(const Wave& wave) {
+    const std::optional<EbuLoudness> measured = loudness_->of(wave);
+    if (!measured) return json_.null("loudness");
+    json_.beginLineObject("loudness");
+    json_.value("integratedLufs", measured->integrated);
+    json_.value("rangeLu", measured->range);
+    json_.value("truePeakDbtp", measured->truePeak);
+    json_.value("momentaryMaxLufs", measured->momentary);
+    json_.value("shortTermMaxLufs", measured->shortTerm);
+    json_.endObject();
 }
 
 void StoreWriter::track(const Track& t) {
@@ -225,8 +242,8 @@ void StoreWriter::model(const SynthModel& m) {
 
 } // namespace
 
-void writeStore(JsonWriter& json) {
-    StoreWriter writer(json);
+void writeStore(JsonWriter& json, WaveLoudness* loudness) {
+    StoreWriter writer(json, loudness);
     if (const Collection* collection = store().First<Collection>()) {
         json.beginObject("collection");
         writer.collection(*collection);

@@ -4,8 +4,10 @@
 namespace kv {
 
 class JsonWriter;
+class WaveLoudness;
 
-/// Members "collection", "instruments", "waves", "songs" and "models" of the current object.
-void writeStore(JsonWriter& json);
+/// Members "collection", "instruments", "waves", "songs" and "models" of the current object; waves with
+/// their loudness if that is given.
+void writeStore(JsonWriter& json, WaveLoudness* loudness);
 
 } // namespace kv

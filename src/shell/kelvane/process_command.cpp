@@ -2,7 +2,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 
 #include "model/collection.h"
 #include "model/fix_up.h"
@@ -10,6 +9,7 @@
 #include "model/wave.h"
 #include "model/workspace.h"
 #include "shell/kelvane/commands.h"
+#include "shell/kelvane/frame_range.h"
 #include "shell/kelvane/item_selector.h"
 #include "shell/kelvane/json_writer.h"
 #include "shell/kelvane/terminal_ui.h"
@@ -40,25 +40,6 @@ bool itemsFor(AlgorithmKind kind, const ProcessOptions& options, WizardItems& it
     items.items = std::move(all.items);
     items.allWaves = all.allWaves;
     return true;
-}
-
-bool readFrame(std::string_view text, u32& frame) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), frame);
-    return error == std::errc() && end == text.data() + text.size();
-}
-
-/// "100:2000", where either side may be missing.
-bool readRange(std::string_view text, WizardItems& items) {
-    if (text.empty()) return true;
-    const std::size_t colon = text.find(':');
-    const std::string_view from = text.substr(0, colon);
-    const std::string_view to = colon == std::string_view::npos ? "" : text.substr(colon + 1);
-    items.rangeOn = true;
-    items.rangeTo = UINT32_MAX;
-    if (colon != std::string_view::npos && (from.empty() || readFrame(from, items.rangeFrom)) &&
-        (to.empty() || readFrame(to, items.rangeTo)) && items.rangeFrom < items.rangeTo)
-        return true;
-    return Fail(kContext, "\"{}\" is no range of frames as FROM:TO", text);
 }
 
 bool process(const std::vector<AlgorithmCall>& calls, const ProcessOptions& options, const WizardItems& range,
@@ -145,7 +126,9 @@ void writeAlgorithm(JsonWriter& json, const Algorithm& algorithm) {
 int runProcess(const ProcessOptions& options, TerminalUi& ui) {
     std::vector<AlgorithmCall> calls;
     WizardItems range;
-    bool understood = readRange(options.range, range);
+    range.rangeOn = !options.range.empty();
+    bool understood =
+        !range.rangeOn || readFrameRange(options.range, kContext, range.rangeFrom, range.rangeTo);
     for (const std::string& step : options.steps) {
         std::optional<AlgorithmCall> call =
             understood ? parseAlgorithmCall(step, algorithms()) : std::nullopt;
