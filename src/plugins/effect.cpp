@@ -85,9 +85,8 @@ bool Effect::process(std::span<const f32> in, u32 channels, Tail tail, SampleBuf
 }
 
 std::optional<Effect> createEffect(std::string_view wanted, u32 sampleRate, std::optional<EffectKind> kind) {
-    const std::shared_ptr<const EffectList> list = installedEffects();
-    std::vector<const EffectInfo*> found = list->find(wanted);
-    if (kind) std::erase_if(found, [&](const EffectInfo* effect) { return effect->kind != *kind; });
+    const std::shared_ptr<const EffectList> list = installedEffects(kind);
+    const std::vector<const EffectInfo*> found = list->find(wanted);
     if (kind == EffectKind::Lv2 && !lilv().library.ready(kEffectContext)) return {};
     if (!onlyOne(found, wanted, kind)) return {};
     const EffectInfo& listed = *found.front();

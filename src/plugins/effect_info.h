@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -55,10 +56,11 @@ struct EffectList {
     std::vector<const EffectInfo*> find(std::string_view text) const;
 };
 
-/// What is installed: LADSPA libraries in the folders of LADSPA_PATH, or in the usual ones without it, and
-/// LV2 bundles where lilv finds them. Bounds that depend on the sample rate are those at 44.1 kHz. The first
-/// call takes a second or so; later ones answer from memory unless one of the paths has changed.
-std::shared_ptr<const EffectList> installedEffects();
+/// What is installed, of one kind or of both: LADSPA libraries in the folders of LADSPA_PATH, or in the usual
+/// ones without it, and LV2 bundles where lilv finds them. Bounds that depend on the sample rate are those
+/// at 44.1 kHz. The first call takes a second or so; later ones answer from memory unless one of the paths
+/// has changed.
+std::shared_ptr<const EffectList> installedEffects(std::optional<EffectKind> kind = {});
 /// Makes the next `installedEffects` look again.
 void forgetInstalledEffects();
 

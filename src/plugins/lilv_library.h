@@ -15,10 +15,11 @@ struct LilvLibrary {
 
 #define KV_LILV_FUNCTIONS(X)                                                                                 \
     X(world_new)                                                                                             \
-    X(world_free) X(world_load_all) X(world_get_all_plugins) X(new_uri) X(node_free) X(node_as_uri)          \
-        X(node_as_string) X(node_as_float) X(node_as_int) X(node_is_float) X(node_is_int) X(nodes_begin)     \
-            X(nodes_get) X(nodes_next) X(nodes_is_end) X(nodes_free) X(plugins_begin) X(plugins_get)         \
-                X(plugins_next) X(plugins_is_end) X(plugins_get_by_uri) X(plugin_get_uri) X(plugin_get_name) \
+    X(world_free)                                                                                            \
+    X(world_load_all) X(world_get_all_plugins) X(new_uri) X(node_free) X(node_as_uri) X(node_as_string)      \
+        X(node_as_float) X(node_as_int) X(node_is_float) X(node_is_int) X(nodes_begin) X(nodes_get)          \
+            X(nodes_next) X(nodes_is_end) X(nodes_free) X(plugins_begin) X(plugins_get) X(plugins_next)      \
+                X(plugins_is_end) X(plugins_get_by_uri) X(plugin_get_uri) X(plugin_get_name)                 \
                     X(plugin_get_author_name) X(plugin_get_value) X(plugin_has_feature)                      \
                         X(plugin_has_latency) X(plugin_get_latency_port_index) X(plugin_get_num_ports)       \
                             X(plugin_get_port_by_index) X(plugin_get_port_ranges_float)                      \

@@ -113,6 +113,7 @@ private:
     void addProcess();
     void addAlgorithms();
     void addBatch();
+    void addPlugins();
     void addPreset();
     void addMidi();
     void addSettings();
@@ -131,6 +132,7 @@ private:
     ProcessOptions process_;
     AlgorithmsOptions algorithms_;
     BatchOptions batch_;
+    PluginsOptions plugins_;
     PresetOptions preset_;
     MidiOptions midi_;
     SettingsOptions setting_;
@@ -152,6 +154,7 @@ CommandLine::CommandLine() {
     addProcess();
     addAlgorithms();
     addBatch();
+    addPlugins();
     addPreset();
     addMidi();
     addSettings();
@@ -352,6 +355,13 @@ void CommandLine::addAlgorithms() {
     command->add_flag("--midi", algorithms_.midi, "Those for songs");
     command->add_flag("--instrument", algorithms_.instrument, "Those for instruments");
     command->add_flag("--json", algorithms_.json, "As JSON");
+}
+
+void CommandLine::addPlugins() {
+    CLI::App* command = add("plugins", "List the audio effects that are installed, or what can be set of one",
+                            [this](TerminalUi& ui) { return runPlugins(plugins_, ui); });
+    command->add_option("NAME", plugins_.name, "An effect by its id, name or label");
+    command->add_flag("--json", plugins_.json, "As JSON");
 }
 
 void CommandLine::addPreset() {
