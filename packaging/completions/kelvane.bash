@@ -2,7 +2,7 @@
 
 _kelvane() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands="formats detect info convert edit process batch algorithms preset midi settings"
+    local commands="formats detect info convert edit process batch algorithms plugins preset midi settings"
     local globals="--help --quiet --yes --no --progress --settings --set"
     local input="--as --raw-rate --raw-channels --raw-format --raw-big-endian --raw-unsigned --raw-offset"
     local command="" action="" word
@@ -40,6 +40,7 @@ _kelvane() {
         batch) words="--mode --to --output --do --jobs --timeout --memory --existing --report --resume --shard --merge-reports --save-job --dry-run --no-sandbox --silence-threshold --separate-subdirs --overwrite-all --same-dir-as-source --keep-subdirs --path-levels --keep-tree --split-stereo --merge-stereo --normalize --trim-start --trim-end --resample --resample-rate --only-downsample --resample-quality --auto-merge-songs $input $globals" ;;
         process) words="--output --do --items --waves --range --to --data --force $input $globals" ;;
         algorithms) words="--audio --midi --instrument --json $globals" ;;
+        plugins) words="--json $globals" ;;
         preset)
             words="show extract apply $globals"
             [[ $action == show ]] && words="--json $globals"

@@ -10,6 +10,7 @@
 #include "plugins/effect_run.h"
 #include "plugins/ladspa_instance.h"
 #include "plugins/lv2_world.h"
+#include "plugins/stdout_guard.h"
 
 namespace kv {
 namespace {
@@ -42,8 +43,10 @@ bool Effect::setParameter(std::string_view symbol, f32 value) {
     if (found == info_.parameters.end())
         return Fail(kEffectContext, "\"{}\" has no parameter \"{}\"; `kelvane plugins \"{}\"` lists them",
                     info_.name, symbol, info_.id);
-    if (!(value >= found->minimum && value <= found->maximum))
-        return Fail(kEffectContext, "\"{}\" must be a number from {} to {}", symbol, found->minimum,
+    constexpr f32 kRounding = 1e-5F; // bounds are shown with six digits
+    if (!(value >= found->minimum - std::abs(found->minimum) * kRounding &&
+          value <= found->maximum + std::abs(found->maximum) * kRounding))
+        return Fail(kEffectContext, "\"{}\" must be a number from {:.6g} to {:.6g}", symbol, found->minimum,
                     found->maximum);
     values_[found->port] = found->limited(value);
     return true;
@@ -68,6 +71,7 @@ bool Effect::process(std::span<const f32> in, u32 channels, Tail tail, SampleBuf
     const bool mono = info_.inputs.size() == 1 && info_.outputs.size() == 1;
     if (channels == 0 || (channels > 2 && !mono))
         return Fail(kEffectContext, "\"{}\" can't work on {} channels", info_.name, channels);
+    const StdoutGuard guard;
     try {
         std::vector<std::unique_ptr<EffectInstance>> instances;
         for (u32 i = 0; i < (mono ? channels : 1); ++i) {
@@ -98,6 +102,7 @@ std::optional<Effect> createEffect(std::string_view wanted, u32 sampleRate, std:
         Fail(kEffectContext, "Effects work on sample rates from {} to {} Hz", kLeastRate, kMostRate);
         return {};
     }
+    const StdoutGuard guard; // the library is opened here
     std::optional<EffectInfo> info =
         listed.kind == EffectKind::Ladspa ? ladspaAtRate(listed, sampleRate) : lv2AtRate(listed, sampleRate);
     if (!info) return {};

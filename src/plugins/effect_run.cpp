@@ -35,12 +35,18 @@ private:
 #endif
 };
 
+/// A sample as effects may have it: one that is no number would stay in them.
+f32 cleanSample(f32 sample) {
+    return std::isfinite(sample) ? sample : 0;
+}
+
 } // namespace
 
 /// One channel from frame `first` on, silent behind the end.
 void EffectRun::copyIn(std::size_t first, u32 channel, std::span<f32> to) const {
     const std::size_t count = std::min(to.size(), in_.frames() - std::min(first, in_.frames()));
-    for (std::size_t i = 0; i < count; ++i) to[i] = in_.samples[(first + i) * in_.channels + channel];
+    for (std::size_t i = 0; i < count; ++i)
+        to[i] = cleanSample(in_.samples[(first + i) * in_.channels + channel]);
     std::fill(to.begin() + static_cast<std::ptrdiff_t>(count), to.end(), 0.0F);
 }
 
@@ -49,7 +55,8 @@ void EffectRun::mixIn(std::size_t first, std::span<f32> to) const {
     const std::size_t count = std::min(to.size(), in_.frames() - std::min(first, in_.frames()));
     std::fill(to.begin(), to.end(), 0.0F);
     for (std::size_t i = 0; i < count; ++i) {
-        for (u32 c = 0; c < in_.channels; ++c) to[i] += in_.samples[(first + i) * in_.channels + c];
+        for (u32 c = 0; c < in_.channels; ++c)
+            to[i] += cleanSample(in_.samples[(first + i) * in_.channels + c]);
         to[i] /= static_cast<f32>(in_.channels);
     }
 }

@@ -14,8 +14,14 @@ using testing::HasSubstr;
 
 class Effects : public test::WorkspaceTest {
 protected:
-    static void SetUpTestSuite() { ::setenv("LADSPA_PATH", KV_PLUGINS "/ladspa", 1); }
-    static void TearDownTestSuite() { ::unsetenv("LADSPA_PATH"); }
+    static void SetUpTestSuite() {
+        ::setenv("LADSPA_PATH", KV_PLUGINS "/ladspa", 1);
+        ::setenv("LV2_PATH", KV_PLUGINS "/lv2", 1);
+    }
+    static void TearDownTestSuite() {
+        ::unsetenv("LADSPA_PATH");
+        ::unsetenv("LV2_PATH");
+    }
 
     static std::vector<f32> process(std::string_view name, std::vector<f32> in, u32 channels,
                                     std::string_view settings = {}, Tail tail = Tail::Cut) {
@@ -80,6 +86,7 @@ TEST_F(Effects, TakesTheDelayBack) {
         EXPECT_EQ(out, in) << frames;
     }
     EXPECT_TRUE(process("gain", {}, 1).empty());
+    EXPECT_THAT(process("gain", {std::numeric_limits<f32>::quiet_NaN(), 1}, 1), ElementsAre(0, 1));
 }
 
 TEST_F(Effects, KeepsTheChannelsOfTheWave) {
@@ -90,6 +97,13 @@ TEST_F(Effects, KeepsTheChannelsOfTheWave) {
     EXPECT_THAT(process("widen", {1, 3, 5, 7}, 2), ElementsAre(2, -2, 6, -6)); // the average in
     EXPECT_THAT(process("widen", {1, 3}, 1), ElementsAre(0, 0));
     EXPECT_TRUE(process("swap", {1, 2, 3}, 3).empty());
+}
+
+TEST_F(Effects, KeepTheirWordsOutOfStandardOutput) {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(process("nan", {1}, 1).size(), 1U); // says that it starts
+    std::puts("ours");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "ours\n");
 }
 
 TEST_F(Effects, KeepsTheTailWhereWanted) {

@@ -13,7 +13,7 @@ using testing::IsEmpty;
 class Lv2 : public test::WorkspaceTest {
 protected:
     void SetUp() override {
-        ::setenv("LV2_PATH", KV_PLUGINS, 1);
+        ::setenv("LV2_PATH", KV_PLUGINS "/lv2", 1);
         list = installedEffects(EffectKind::Lv2);
         if (!list->problems.empty()) GTEST_SKIP() << list->problems[0];
     }

@@ -13,8 +13,8 @@ namespace {
 
 std::string rangeText(const EffectParameter& parameter) {
     if (parameter.toggled) return fmt::format("0|1, {}", parameter.defaultValue > 0 ? 1 : 0);
-    const auto bound = [](f32 value) { return std::isfinite(value) ? fmt::format("{}", value) : ""; };
-    return fmt::format("{}..{}, {}{}{}", bound(parameter.minimum), bound(parameter.maximum),
+    const auto bound = [](f32 value) { return std::isfinite(value) ? fmt::format("{:.6g}", value) : ""; };
+    return fmt::format("{}..{}, {:.6g}{}{}", bound(parameter.minimum), bound(parameter.maximum),
                        parameter.defaultValue, parameter.integer ? ", integer" : "",
                        parameter.logarithmic ? ", logarithmic" : "");
 }
