@@ -34,6 +34,23 @@ bool onlyOne(const std::vector<const EffectInfo*>& found, std::string_view wante
     return Fail(kEffectContext, "\"{}\" names several effects: {}", wanted, ids);
 }
 
+/// What `wanted` names, with bounds and defaults for the sample rate.
+std::optional<EffectInfo> findEffect(std::string_view wanted, u32 sampleRate,
+                                     std::optional<EffectKind> kind) {
+    const bool isUri = wanted.find(':') != wanted.npos;
+    if (isUri && kind != EffectKind::Ladspa) { // spares the list, for which lilv reads all bundles
+        std::optional<EffectInfo> effect = lv2AtRate(std::string(wanted), sampleRate);
+        if (effect) return effect;
+    }
+    const std::shared_ptr<const EffectList> list = installedEffects(kind);
+    const std::vector<const EffectInfo*> found = list->find(wanted);
+    if (kind == EffectKind::Lv2 && !lilv().library.ready(kEffectContext)) return {};
+    if (!onlyOne(found, wanted, kind)) return {};
+    const EffectInfo& listed = *found.front();
+    return listed.kind == EffectKind::Ladspa ? ladspaAtRate(listed, sampleRate)
+                                             : lv2AtRate(listed.id, sampleRate);
+}
+
 } // namespace
 
 bool Effect::setParameter(std::string_view symbol, f32 value) {
@@ -89,23 +106,17 @@ bool Effect::process(std::span<const f32> in, u32 channels, Tail tail, SampleBuf
 }
 
 std::optional<Effect> createEffect(std::string_view wanted, u32 sampleRate, std::optional<EffectKind> kind) {
-    const std::shared_ptr<const EffectList> list = installedEffects(kind);
-    const std::vector<const EffectInfo*> found = list->find(wanted);
-    if (kind == EffectKind::Lv2 && !lilv().library.ready(kEffectContext)) return {};
-    if (!onlyOne(found, wanted, kind)) return {};
-    const EffectInfo& listed = *found.front();
-    if (!listed.needs.empty()) {
-        Fail(kEffectContext, "\"{}\" needs what isn't offered here: {}", listed.name, listed.needs);
-        return {};
-    }
     if (sampleRate < kLeastRate || sampleRate > kMostRate) {
         Fail(kEffectContext, "Effects work on sample rates from {} to {} Hz", kLeastRate, kMostRate);
         return {};
     }
-    const StdoutGuard guard; // the library is opened here
-    std::optional<EffectInfo> info =
-        listed.kind == EffectKind::Ladspa ? ladspaAtRate(listed, sampleRate) : lv2AtRate(listed, sampleRate);
+    const StdoutGuard guard; // libraries are opened here
+    std::optional<EffectInfo> info = findEffect(wanted, sampleRate, kind);
     if (!info) return {};
+    if (!info->needs.empty()) {
+        Fail(kEffectContext, "\"{}\" needs what isn't offered here: {}", info->name, info->needs);
+        return {};
+    }
     return Effect(std::move(*info), sampleRate);
 }
 

@@ -37,8 +37,8 @@ public:
     /// all inputs, and give the average of their outputs. On two, a single input gets their average, and a
     /// single output goes to both.
     ///
-    /// Samples that are no numbers go in as 0. False with the error pair set when the effect doesn't start, gives what isn't finite, or was
-    /// cancelled.
+    /// Samples that are no numbers go in as 0. False with the error pair set when the effect doesn't start,
+    /// gives what isn't finite, or was cancelled.
     bool process(std::span<const f32> in, u32 channels, Tail tail, SampleBuffer<f32>& out) const;
 
 private:

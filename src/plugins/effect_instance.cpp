@@ -1,6 +1,7 @@
 #include "plugins/effect_instance.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace kv {
 
@@ -28,7 +29,7 @@ f32* EffectInstance::placeOf(u32 port) {
 u32 EffectInstance::latency() const {
     if (latencyPort_ < 0) return 0;
     const f32 frames = controls_[static_cast<std::size_t>(latencyPort_)];
-    return frames >= 0 && frames <= kMaxLatency ? static_cast<u32>(frames + 0.5F) : 0;
+    return frames >= 0 && frames <= kMaxLatency ? static_cast<u32>(std::lround(frames)) : 0;
 }
 
 } // namespace kv

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 
 #include "base/run_context.h"
@@ -18,18 +19,26 @@ namespace {
 constexpr f64 kListedRate = 44100;
 constexpr std::size_t kAtomBytes = 65536, kMaxAtomBytes = std::size_t{1} << 24;
 
-/// The world of the last scan. Instances keep the one that they come from.
+/// The world in use. Instances keep the one that they come from.
 struct CurrentWorld {
     std::mutex mutex;
+    std::string path; ///< for which it was made
     std::shared_ptr<const Lv2World> world;
 };
-CurrentWorld& currentWorld() {
+
+/// The world of the bundles in LV2_PATH, made if there is none yet or `anew`. Null with the error pair set
+/// without lilv.
+std::shared_ptr<const Lv2World> lv2World(bool anew = false) {
     static CurrentWorld& current = *new CurrentWorld;
-    return current;
-}
-std::shared_ptr<const Lv2World> lv2World() {
-    const std::lock_guard lock(currentWorld().mutex);
-    return currentWorld().world;
+    if (!lilv().library.ready(kEffectContext)) return nullptr;
+    const char* const variable = std::getenv("LV2_PATH");
+    const std::string path = variable ? variable : "";
+    const std::lock_guard lock(current.mutex);
+    if (!current.world || anew || current.path != path) {
+        current.world = std::make_shared<const Lv2World>();
+        current.path = path;
+    }
+    return current.world;
 }
 
 /// A port for messages: what goes in is an empty sequence, what comes out is forgotten.
@@ -140,36 +149,31 @@ void Lv2Instance::restoreState(const LilvPlugin& plugin) {
     lilv().state_free(state);
 }
 
-const LilvPlugin* findPlugin(const std::shared_ptr<const Lv2World>& world, const std::string& uri) {
-    const LilvPlugin* const plugin = world ? world->find(uri) : nullptr;
-    if (!plugin) Fail(kEffectContext, "There is no LV2 effect \"{}\" any more", uri);
-    return plugin;
-}
-
 } // namespace
 
 EffectList scanLv2() {
     EffectList list;
-    if (!lilv().library.ready(kEffectContext)) {
+    const std::shared_ptr<const Lv2World> world = lv2World(true);
+    if (!world) {
         list.problems.push_back(runContext().error.message);
         return list;
     }
-    const auto world = std::make_shared<const Lv2World>();
+    const std::lock_guard lock(world->mutex);
     for (const LilvPlugin* plugin : world->plugins()) {
         std::optional<EffectInfo> effect = world->describe(*plugin, kListedRate);
         if (effect) list.effects.push_back(std::move(*effect));
     }
-    const std::lock_guard lock(currentWorld().mutex);
-    currentWorld().world = world;
     return list;
 }
 
-std::optional<EffectInfo> lv2AtRate(const EffectInfo& listed, u32 sampleRate) {
+std::optional<EffectInfo> lv2AtRate(const std::string& uri, u32 sampleRate) {
     const std::shared_ptr<const Lv2World> world = lv2World();
     if (!world) return {};
     const std::lock_guard lock(world->mutex);
-    const LilvPlugin* const plugin = findPlugin(world, listed.id);
-    return plugin ? world->describe(*plugin, sampleRate) : std::nullopt;
+    const LilvPlugin* const plugin = world->find(uri);
+    if (plugin) return world->describe(*plugin, sampleRate);
+    Fail(kEffectContext, "There is no LV2 effect \"{}\"", uri);
+    return {};
 }
 
 std::unique_ptr<EffectInstance> startLv2(const EffectInfo& effect, u32 sampleRate) {
@@ -178,11 +182,10 @@ std::unique_ptr<EffectInstance> startLv2(const EffectInfo& effect, u32 sampleRat
     std::unique_ptr<Lv2Instance> instance;
     {
         const std::lock_guard lock(world->mutex);
-        const LilvPlugin* const plugin = findPlugin(world, effect.id);
-        if (!plugin) return nullptr;
-        instance = std::make_unique<Lv2Instance>(effect, world, *plugin, sampleRate);
+        const LilvPlugin* const plugin = world->find(effect.id);
+        if (plugin) instance = std::make_unique<Lv2Instance>(effect, world, *plugin, sampleRate);
     }
-    if (instance->alive()) return instance;
+    if (instance && instance->alive()) return instance;
     Fail(kEffectContext, "\"{}\" could not be started", effect.name);
     return nullptr;
 }

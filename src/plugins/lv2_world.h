@@ -49,13 +49,12 @@ private:
     LilvNodePtr toggled_, integer_, logarithmic_, perSampleRate_;
 };
 
-/// All usable and unusable LV2 effects; without lilv none and a problem. What `lv2AtRate` and `startLv2` know
-/// is what the last call of this saw.
+/// All usable and unusable LV2 effects, looked for anew; without lilv none and a problem.
 EffectList scanLv2();
 
-/// A listed effect with bounds and defaults for a sample rate in Hz. Nothing with the error pair set when it
-/// is no longer there.
-std::optional<EffectInfo> lv2AtRate(const EffectInfo& listed, u32 sampleRate);
+/// An effect with bounds and defaults for a sample rate in Hz. Nothing with the error pair set when there is
+/// none; nothing when the plug-in is no effect.
+std::optional<EffectInfo> lv2AtRate(const std::string& uri, u32 sampleRate);
 
 /// Null with the error pair set on failure. `effect` is one of `lv2AtRate`.
 std::unique_ptr<EffectInstance> startLv2(const EffectInfo& effect, u32 sampleRate);

@@ -45,8 +45,9 @@ TEST_F(Lv2, ListsBundles) {
 
 // The effect is silent when its ports or options aren't as they must be, and has another value of its own.
 TEST_F(Lv2, RunsEffects) {
-    std::optional<Effect> effect = createEffect("LV2 gain", 44100, EffectKind::Lv2);
+    std::optional<Effect> effect = createEffect("urn:kelvane:test:gain", 44100);
     ASSERT_TRUE(effect) << space.error.message;
+    EXPECT_TRUE(createEffect("LV2 gain", 44100, EffectKind::Lv2));
     const std::vector<f32> in{1, 2, 3, 4};
     SampleBuffer<f32> out;
     ASSERT_TRUE(effect->process(in, 1, Tail::Cut, out)) << space.error.message;
