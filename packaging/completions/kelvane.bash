@@ -2,7 +2,7 @@
 
 _kelvane() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands="formats detect info convert edit process draw batch algorithms preset midi settings"
+    local commands="formats detect info convert edit process draw batch algorithms plugins preset midi settings"
     local globals="--help --quiet --yes --no --progress --settings --set"
     local input="--as --raw-rate --raw-channels --raw-format --raw-big-endian --raw-unsigned --raw-offset"
     local command="" action="" word
@@ -41,6 +41,7 @@ _kelvane() {
         process) words="--output --do --items --waves --range --to --data --force $input $globals" ;;
         draw) words="--output --waveform --spectrum --spectrogram --loop --waves --range --size --dark --force $input $globals" ;;
         algorithms) words="--audio --midi --instrument --json $globals" ;;
+        plugins) words="--json $globals" ;;
         preset)
             words="show extract apply $globals"
             [[ $action == show ]] && words="--json $globals"

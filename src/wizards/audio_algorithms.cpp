@@ -12,6 +12,7 @@
 #include "samples/data_format.h"
 #include "wizards/algorithm_table.h"
 #include "wizards/audio_run.h"
+#include "wizards/effect_rows.h"
 #include "wizards/loop_rows.h"
 #include "wizards/signal_rows.h"
 #include "wizards/wave_channels.h"
@@ -496,6 +497,7 @@ constexpr Algorithm kRows[] = {
     {kAudio, "Cross-fade loop", kCrossfade, runCrossfade, 0, looped},
     {kAudio, "Cut away selection", {}, runCut, kSelection},
     {kAudio, "Double the loop section length", {}, runDoubleLoop, 0, looped},
+    {kAudio, "DX plug-in effects", kEffect, runLadspa, kTakesRange},
     {kAudio, "Enable/disable loops", kLoops, runLoops},
     {kAudio, "Fade in/out selection", kFade, runFade, kSelection},
     {kAudio, "Find volume", kFindVolume, runFindVolume},
@@ -526,6 +528,7 @@ constexpr Algorithm kRows[] = {
     {kAudio, "Time stretch", kTimeStretch, runTimeStretch},
     {kAudio, "Trim data after loop end point", kTrimAfterLoop, runTrimAfterLoop, 0, looped},
     {kAudio, "Trim waveform to selection", {}, runKeep, kSelection},
+    {kAudio, "VST plug-in effects", kEffect, runLv2, kTakesRange},
 };
 
 } // namespace

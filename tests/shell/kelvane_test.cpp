@@ -280,6 +280,18 @@ TEST_F(Kelvane, DrawsWaves) {
     EXPECT_FALSE(fs::exists(folder / "x.png"));
 }
 
+TEST_F(Kelvane, ListsEffects) {
+    ::setenv("LADSPA_PATH", "/nowhere", 1);
+    ::setenv("LV2_PATH", "/nowhere", 1);
+    EXPECT_TRUE(json("plugins --json").empty());
+    EXPECT_EQ(run("plugins gverb").status, 1);
+    const Outcome unknown = run("process ding.wav -o x.wav --do dx-plug-in-effects:effect=gverb");
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_EQ(unknown.err, "Effect: There is no LADSPA effect \"gverb\"; `kelvane plugins` lists them\n");
+    ::unsetenv("LADSPA_PATH");
+    ::unsetenv("LV2_PATH");
+}
+
 TEST_F(Kelvane, CarriesArticulationFromBankToBank) {
     ASSERT_EQ(run("convert ding.wav ding.sf2").status, 0);
     ASSERT_EQ(run("preset extract ding.sf2 ding.dlsa").status, 0);

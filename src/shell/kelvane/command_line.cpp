@@ -114,6 +114,7 @@ private:
     void addAlgorithms();
     void addBatch();
     void addDraw();
+    void addPlugins();
     void addPreset();
     void addMidi();
     void addSettings();
@@ -133,6 +134,7 @@ private:
     AlgorithmsOptions algorithms_;
     BatchOptions batch_;
     DrawOptions draw_;
+    PluginsOptions plugins_;
     PresetOptions preset_;
     MidiOptions midi_;
     SettingsOptions setting_;
@@ -155,6 +157,7 @@ CommandLine::CommandLine() {
     addAlgorithms();
     addBatch();
     addDraw();
+    addPlugins();
     addPreset();
     addMidi();
     addSettings();
@@ -383,6 +386,13 @@ void CommandLine::addDraw() {
     command->add_flag("--dark", draw_.dark, "Light on dark");
     command->add_flag("--force", draw_.force, "Replace files that exist");
     addInput(*command, draw_.input);
+}
+
+void CommandLine::addPlugins() {
+    CLI::App* command = add("plugins", "List the audio effects that are installed, or what can be set of one",
+                            [this](TerminalUi& ui) { return runPlugins(plugins_, ui); });
+    command->add_option("NAME", plugins_.name, "An effect by its id, name or label");
+    command->add_flag("--json", plugins_.json, "As JSON");
 }
 
 void CommandLine::addPreset() {

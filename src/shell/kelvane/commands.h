@@ -122,6 +122,12 @@ struct AlgorithmsOptions {
 };
 int runAlgorithms(const AlgorithmsOptions& options);
 
+struct PluginsOptions {
+    std::string name; ///< of one effect; empty: all
+    bool json = false;
+};
+int runPlugins(const PluginsOptions& options, TerminalUi& ui);
+
 struct PresetOptions {
     std::string action;             ///< show, extract, apply
     std::vector<std::string> paths; ///< in the order of the command line
