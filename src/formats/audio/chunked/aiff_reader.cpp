@@ -39,6 +39,7 @@ constexpr Compression kCompressions[] = {
     {"in24", PacketCoding::None, kPcm24},
     {"in32", PacketCoding::None, kPcm32},
     {"42ni", PacketCoding::None, kPcm24, 0},
+    {"42n1", PacketCoding::None, kPcm24, 0},
     {"23ni", PacketCoding::None, kPcm32, 0},
     {"fl32", PacketCoding::None, kFloat32},
     {"FL32", PacketCoding::None, kFloat32},

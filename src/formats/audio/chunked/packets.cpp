@@ -44,13 +44,6 @@ std::unique_ptr<SampleBlocks> openPackets(const Wave& wave, FileContext& file) {
 
 const WaveReader packetReader{"packet_ImpWave", loadThroughBlocks, openPackets};
 
-/// The format that packets are saved in by preference.
-u32 preferredOf(const PacketLayout& layout) {
-    if (layout.coding == PacketCoding::Gsm) return kGsm;
-    if (layout.coding != PacketCoding::G726) return kAdpcm4;
-    return layout.bits == 3 ? kAdpcm3 : layout.bits == 5 ? kAdpcm5 : kAdpcm4;
-}
-
 void sayWhatIsMissing(const Wave& wave, u32 channels, u64 bytes, u64 there) {
     if (channels > wave.channels) {
         runContext().diagnostics.add({Severity::Loss, wave.sourceOffset, std::string(wave.name().view()),
@@ -80,7 +73,7 @@ Wave* importPackets(FileContext& file, const PacketLayout& layout, std::string_v
     Wave* wave = store().Create<Wave>(kNextFreeNumber, &packetReader);
     wave->channels = form.channels;
     wave->sampleRate = layout.rate;
-    wave->preferredFormat = preferredOf(layout);
+    wave->preferredFormat = kPcm16; // coding it once more would lose again
     wave->bits = layout.coding == PacketCoding::Gsm ? 2 : layout.bits;
     wave->sourceOffset = std::min(layout.offset, file.size());
     const u64 there = std::min(layout.bytes, file.size() - wave->sourceOffset);
@@ -90,9 +83,9 @@ Wave* importPackets(FileContext& file, const PacketLayout& layout, std::string_v
     wave->sourcePrivate[kBytesLow] = static_cast<u32>(there);
     wave->sourcePrivate[kBytesHigh] = static_cast<u32>(there >> 32);
     const u64 held = form.framesIn(there);
-    u64 frames = layout.frames == 0 ? held : layout.frames;
-    if (layout.countsPackets && frames <= ceilDiv(there, form.unitBytes)) frames *= form.unitFrames;
-    wave->frames = saturate<u32>(static_cast<f64>(std::min(held, frames)));
+    const bool unstated = layout.countsPackets && layout.frames <= ceilDiv(there, form.unitBytes);
+    const u64 frames = layout.frames == 0 || unstated ? held : std::min(held, layout.frames);
+    wave->frames = saturate<u32>(static_cast<f64>(frames));
     sayWhatIsMissing(*wave, layout.channels, layout.bytes, there);
     return wave;
 }

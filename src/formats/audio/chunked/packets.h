@@ -25,7 +25,7 @@ struct PacketLayout {
     u64 offset = 0;
     u64 bytes = 0;              ///< what lies beyond the file's end is cut off
     u64 frames = 0;             ///< as the file states; 0: as many as the packets hold, and never more
-    bool countsPackets = false; ///< a small `frames` is the number of packets
+    bool countsPackets = false; ///< a small `frames` counts packets, by rules that writers don't agree on
 };
 
 /// Makes a wave of packets. Null with the error pair set, under `context`, for what can't be read.
