@@ -292,10 +292,9 @@ void CafParser::instrument(Instrument& found) {
     found = read;
     SampleParams& params = wave_->params;
     params.override = true;
-    const f64 note = std::clamp(read.baseNote, 0.0, 127.0);
-    const f64 key = std::floor(note + 0.5);
+    const f64 key = std::clamp(std::floor(read.baseNote + 0.5), 0.0, 127.0);
     params.rootKey = static_cast<u8>(key);
-    params.fineTune = roundHalf((note - key) * 100);
+    params.fineTune = roundHalf((read.baseNote - key) * 100);
     params.gainDb = static_cast<f32>(read.gainDb);
 }
 
