@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 
 #include "base/run_context.h"
 #include "formats/audio/chunked/ima4.h"
@@ -101,8 +103,8 @@ Wave* importWhole(FileContext& file, const SampleLayout& layout, std::string_vie
 }
 
 u32 wholeRate(f64 rate) {
-    constexpr f64 kMost = 4294967295.0;
-    return rate >= 0.5 && rate <= kMost ? static_cast<u32>(rate + 0.5) : 0;
+    constexpr f64 kMost = std::numeric_limits<u32>::max();
+    return rate >= 0.5 && rate <= kMost ? static_cast<u32>(std::lround(rate)) : 0;
 }
 
 } // namespace kv
