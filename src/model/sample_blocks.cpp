@@ -289,9 +289,11 @@ Bytes splitPlanes(ByteSpan interleaved, std::size_t sampleBytes) {
     return planes;
 }
 
-bool copyRun(const SampleBlocks::StoredRun& run, ByteSink& sink) {
+/// Copies stored samples; the bytes of each turned around if a size other than 0 is given.
+bool copyRun(const SampleBlocks::StoredRun& run, std::size_t swappedBytes, ByteSink& sink) {
     SampleBuffer<std::byte> buffer;
-    const auto size = static_cast<std::size_t>(std::min<u64>(kWriteBytes, run.bytes));
+    const std::size_t step = swappedBytes == 0 ? kWriteBytes : kWriteBytes / swappedBytes * swappedBytes;
+    const auto size = static_cast<std::size_t>(std::min<u64>(step, run.bytes));
     if (!buffer.allocate(size)) return Fail(kWriteContext, "Out of memory");
     for (u64 done = 0; done < run.bytes;) {
         if (CancelRequested()) return Fail(kWriteContext, "Cancelled");
@@ -300,6 +302,7 @@ bool copyRun(const SampleBlocks::StoredRun& run, ByteSink& sink) {
         if (run.source->readAt(run.start + done, part) != part.size()) {
             return Fail(kReadContext, "Reading from file failed");
         }
+        if (swappedBytes != 0) ByteSwap(part, swappedBytes);
         if (!sink.write(part)) return Fail(kWriteContext, "Writing to file failed");
         done += part.size();
         ShowProgress(done, run.bytes);
@@ -371,8 +374,14 @@ bool writeSamples(SampleBlocks& blocks, u32 formatWord, ByteSink& sink) {
     if (writableSampleBytes(formatWord) == 0) return false;
     const u32 channels = writableChannels(blocks.channels(), formatWord);
     if (channels == 0) return false;
-    const std::optional<SampleBlocks::StoredRun> run = blocks.storedAs(formatWord);
-    if (run && channels == blocks.channels()) return copyRun(*run, sink);
+    if (channels == blocks.channels()) {
+        if (const auto run = blocks.storedAs(formatWord)) return copyRun(*run, 0, sink);
+        // Samples in the other byte order need no decoding either, which could cost long ones their low bits.
+        const StoredForm form(formatWord);
+        const bool whole = form.writtenBytes() > 1 && form.writtenBytes() * 8 == form.storedBits();
+        const auto swapped = whole ? blocks.storedAs(formatWord ^ kByteswap) : std::nullopt;
+        if (swapped) return copyRun(*swapped, form.writtenBytes(), sink);
+    }
     // Mixing two channels down rounds in 16 bits, so what is to be mixed as float must be float by then.
     const bool mixes = channels < blocks.channels();
     const bool straight = !blocks.isFloat() && !mixes && StoredForm(formatWord).encodesFromEither();

@@ -2,6 +2,9 @@
 
 #include <iterator>
 
+#include "formats/audio/chunked/aiff.h"
+#include "formats/audio/chunked/au.h"
+#include "formats/audio/chunked/caf.h"
 #include "formats/audio/raw.h"
 #include "formats/audio/raw_coded.h"
 #include "formats/audio/wav_reader.h"
@@ -74,10 +77,10 @@ constexpr FormatRow kRows[] = {
     {"aac", "MPEG 2 AAC - Main Profile", W, kWave, 0xD000000},
     {"aac", "MPEG 4 AAC - Low Complexity", W, kWave, 0xD000000},
     {"aac", "MPEG 4 AAC - Main Profile", W, kWave, 0xD000000},
-    {"afc", "Compressed AIFF", R, kWave, 0, 0, form<"FORM", "AIFC">},
-    {"aif", "Audio interchange", RW, kWave, 0xC000035, 0, form<"FORM", "AIFF">},
-    {"aiff", "Audio interchange", RW, kWave, 0xC000035, 0, form<"FORM", "AIFF">},
-    {"aifc", "Compressed AIFF", R, kWave, 0, 0, form<"FORM", "AIFC">},
+    {"afc", "Compressed AIFF", R, kWave, 0, 0, form<"FORM", "AIFC">, aif_Imp},
+    {"aif", "Audio interchange", RW, kWave, 0xC0003F5, 0, aiffForm, aif_Imp, aif_Exp, true},
+    {"aiff", "Audio interchange", RW, kWave, 0xC0003F5, 0, aiffForm, aif_Imp, aif_Exp, true},
+    {"aifc", "Compressed AIFF", R, kWave, 0, 0, form<"FORM", "AIFC">, aif_Imp},
     {"ais", "Velvet Studio instrument", R, kInstrument},
     {"akai", "AKAI S-series disk image", R, kOwn},
     {"akp", "AKAI S5000 program", RW, kFullInstrument, 0xC000014, 0, form<"RIFF", "APRG">},
@@ -93,7 +96,7 @@ constexpr FormatRow kRows[] = {
     {"asf", "ActiveMovie streaming", R, kWave, 0, 0, kAsf},
     {"atak??", "Soundscape audio-take", R, kWave},
     {"atak1a", "Soundscape audio-take", W, kWave, 0x4000004},
-    {"au", "Sun/NeXT/DEC audio", RW, kWave, 0xC0003F5, 0, magic<".snd">},
+    {"au", "Sun/NeXT/DEC audio", RW, kWave, 0xC0003F5, 0, sunAudio, au_Imp, au_Exp, true},
     {"avi", "Audio video interleave", R, kWave, 0, 0, form<"RIFF", "AVI ">},
     {"avr", "Audio Visual Research", R, kWave, 0, 0, magic<"2BIT">},
 
@@ -104,8 +107,8 @@ constexpr FormatRow kRows[] = {
     {"bwf", "Broadcast wave", R, kWave, 0, 0, broadcastWave, wav_Imp},
 
     {"c01", "Typhoon wave", R, kWave},
-    {"caf", "Apple CoreAudio", RW, kWave, 0xC0003F5, 0, magic<"caff">},
-    {"caff", "Apple CoreAudio", R, kWave, 0, 0, magic<"caff">},
+    {"caf", "Apple CoreAudio", RW, kWave, 0xC0003F5, 0, magic<"caff">, caf_Imp, caf_Exp, true},
+    {"caff", "Apple CoreAudio", R, kWave, 0, 0, magic<"caff">, caf_Imp},
     {"cda", "Audio CD track", R, kWave, 0, 0, form<"RIFF", "CDDA">},
     {"cdr", "Audio CD raw data", R, kWave, 0, 0, detectAlways2},
     {"cmf", "Creative Labs music", R, kChipSong, 0, 0, magic<"CTMF">},

@@ -61,6 +61,19 @@ int broadcastWave(ByteSpan start, u32, u64) {
     return kNotRuledOut;
 }
 
+int aiffForm(ByteSpan start, u32, u64) {
+    if (form<"FORM", "AIFF">(start, 0, 0) != 0) return kSignature;
+    return form<"FORM", "AIFC">(start, 0, 0) != 0 ? kWeakSignature : 0;
+}
+
+int sunAudio(ByteSpan start, u32, u64) {
+    using namespace std::string_view_literals;
+    for (const std::string_view text : {".snd"sv, "dns."sv, ".sd\0"sv, "\0ds."sv}) {
+        if (holdsAt(start, 0, text)) return kSignature;
+    }
+    return 0;
+}
+
 int wave64(ByteSpan start, u32, u64) {
     using namespace std::string_view_literals;
     constexpr auto kRiff = "\x72\x69\x66\x66\x2E\x91\xCF\x11\xA5\xD6\x28\xDB\x04\xC1\x00\x00"sv;

@@ -77,6 +77,8 @@ int mpegLayer(ByteSpan start, u32, u64) {
 
 int waveForm(ByteSpan start, u32 subType, u64 fileSize);      ///< RIFF WAVE, or its 64-bit or big-endian form
 int broadcastWave(ByteSpan start, u32 subType, u64 fileSize); ///< WAVE with an early "bext" chunk, else 2
+int aiffForm(ByteSpan start, u32 subType, u64 fileSize); ///< AIFF; AIFF-C is left to a row of its own, if any
+int sunAudio(ByteSpan start, u32 subType, u64 fileSize); ///< of Sun, NeXT and DEC in either byte order
 int wave64(ByteSpan start, u32 subType, u64 fileSize);
 int soundFont1(ByteSpan start, u32 subType, u64 fileSize);    ///< "sfbk" of major version 1, else 2
 int soundFont2(ByteSpan start, u32 subType, u64 fileSize);    ///< "sfbk" of major version 2 or 3, else 2
