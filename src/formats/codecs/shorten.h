@@ -27,6 +27,10 @@ enum class ShortenType : u32 {
     ALawValues,    ///< the values of A-law bytes, an eighth of 16 bits
 };
 
+/// The mu-law byte of a 16-bit value by the rules of ITU-T G.711, so that what was decoded from a byte finds
+/// it again, but for the second zero.
+u8 muLawByte(i32 value);
+
 struct ShortenHeader {
     u32 version = 0; ///< 1 to 3
     ShortenType type = ShortenType::Signed16Little;

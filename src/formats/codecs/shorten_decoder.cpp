@@ -102,14 +102,6 @@ private:
     bool ok_ = true;
 };
 
-/// The mu-law byte of a 16-bit value (ITU-T G.711).
-u8 muLawByte(i32 value) {
-    const u32 sign = value < 0 ? 0x80 : 0;
-    const u32 biased = static_cast<u32>(std::min(value < 0 ? -value : value, 32635) + 132);
-    const u32 segment = static_cast<u32>(std::bit_width(biased)) - 8;
-    return static_cast<u8>(~(sign | segment << 4 | (biased >> (segment + 3) & 15)));
-}
-
 i16 muLawSample(u8 code) {
     i16 sample = 0;
     const std::byte byte{code};
@@ -414,6 +406,13 @@ void Decoder::interleave(u32 channels, std::span<i16> to) const {
 }
 
 } // namespace
+
+u8 muLawByte(i32 value) {
+    const u32 sign = value < 0 ? 0x80 : 0;
+    const u32 biased = static_cast<u32>(std::min(value < 0 ? -value : value, 32635) + 132);
+    const u32 segment = static_cast<u32>(std::bit_width(biased)) - 8;
+    return static_cast<u8>(~(sign | segment << 4 | (biased >> (segment + 3) & 15)));
+}
 
 std::unique_ptr<ShortenDecoder> ShortenDecoder::open(std::shared_ptr<ByteSource> source) {
     auto decoder = std::make_unique<Decoder>(source);

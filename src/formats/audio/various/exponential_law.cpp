@@ -72,7 +72,7 @@ bool u255law_Imp(Collection&, FileContext& file, u32) {
     Wave* wave = importSamples(file, {kMuLaw, 1, kRateHz, 0, file.size(), 0}, "u255law_Imp");
     if (!wave) return false;
     wave->reader = &lawReader;
-    wave->preferredFormat = kMuLaw;
+    wave->preferredFormat = kPcm16; // its values are not those of G.711
     return true;
 }
 

@@ -35,7 +35,7 @@ struct LayoutRow {
 constexpr LayoutRow kLayouts[] = {
     {"psion_Imp", "ALawSoundFile**", kALaw, 1, 8000, 32, {}, {18, 4, std::endian::big}, 0},
     {"sndr_Imp", {}, kPcm8 | kUnsigned, 1, 11025, 8, {2, 2}, {}, 0},
-    {"sndt_Imp", "SOUND\x1A", kPcm8 | kUnsigned, 1, 11025, 128, {20, 2}, {8, 4}, 28},
+    {"sndt_Imp", "SOUND\x1A", kPcm8 | kUnsigned, 1, 11025, 124, {20, 2}, {8, 4}, 28},
     {"cdr_Imp", {}, kPcm16 | kByteswap, 2, 44100, 0, {}, {}, 0},
 };
 

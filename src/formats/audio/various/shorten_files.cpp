@@ -156,19 +156,12 @@ bool shn_Exp(Item& item, FileContext& file, u32 formatWord, u32, bool perWave, f
     encoder.foreign(parts.head);
     constexpr std::size_t kPieceFrames = 64 * ShortenEncoder::kBlockFrames;
     std::vector<i32> numbers;
-    Bytes laws;
     const bool packed =
         writePieces<i16>(*out.blocks, out.channels, kPieceFrames, "shn_Exp", [&](std::span<const i16> from) {
             numbers.resize(from.size());
-            if (code == kMuLaw) {
-                laws.resize(from.size());
-                int16ToMuLaw(from, laws);
-                std::transform(laws.begin(), laws.end(), numbers.begin(),
-                               [](std::byte b) { return std::to_integer<i32>(b); });
-            } else {
-                std::transform(from.begin(), from.end(), numbers.begin(),
-                               [code](i16 v) { return code == kPcm8 ? (v >> 8) + 128 : i32{v}; });
-            }
+            std::transform(from.begin(), from.end(), numbers.begin(), [code](i16 v) {
+                return code == kMuLaw ? i32{muLawByte(v)} : code == kPcm8 ? (v >> 8) + 128 : i32{v};
+            });
             encoder.samples(numbers);
             return file.write(encoder.take()) || Fail("shn_Exp", "Writing to file failed");
         });

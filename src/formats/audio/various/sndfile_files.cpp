@@ -21,6 +21,15 @@ std::unique_ptr<SampleBlocks> openFile(const Wave& wave, FileContext& file) {
     return openSndfile(file.source, wave.frames, wave.channels);
 }
 
+/// PARIS files of 24 bits consist of blocks of 10 frames and don't say how many of the last one count.
+void reportFilledUp(const SampleExport& out, SndfileFormat format) {
+    constexpr u32 kBlockFrames = 10;
+    if (format != SndfileFormat::Paf || (out.word & kPcm24) == 0 || out.blocks->frames() % kBlockFrames == 0)
+        return;
+    runContext().diagnostics.add({Severity::Loss, 0, out.wave->name().str(), "frames",
+                                  "silence fills up the last block of 10 frames"});
+}
+
 const WaveReader sndfileReader{"sndfile_ImpWave", loadThroughBlocks, openFile};
 
 } // namespace
@@ -43,6 +52,7 @@ bool exportSndfile(Item& item, FileContext& file, u32 formatWord, u32 format, bo
     const SampleExport out = openExport("sndfile_Exp", item, formatWord, perWave);
     if (!out) return false;
     reportLosses(*out.wave, kKeepsRate);
+    reportFilledUp(out, static_cast<SndfileFormat>(format));
     return writeSndfile(*out.blocks, static_cast<SndfileFormat>(format), out.word & kCodeMask,
                         out.wave->sampleRate, out.channels, *file.sink);
 }

@@ -46,6 +46,10 @@ struct Extent {
     u64 blocks = 0; ///< that are played
     std::optional<u64> loopStart;
     bool loops = false; ///< up to the end
+
+    /// A block can't both begin and end a loop, which means that it isn't played. So it is written twice.
+    bool doubled() const { return loops && loopStart == blocks - 1; }
+    u64 writtenBlocks() const { return blocks + (doubled() ? 1 : 0); }
 };
 
 Extent readExtent(ByteSource& source, u64 start, u64 bytes) {
@@ -97,24 +101,42 @@ void reportMoved(const Wave& wave, const Extent& extent) {
                                   "the format loops forward in steps of 28 frames, up to the end"});
 }
 
+/// Encodes blocks and gives them their flags.
+class BlockEncoder {
+public:
+    explicit BlockEncoder(const Extent& extent) : extent_(extent) {}
+
+    /// A last block may be short. What stands behind the loop is left out.
+    void encode(std::span<const i16> from, Bytes& out) {
+        for (std::size_t at = 0; at < from.size() && next_ < extent_.blocks; at += kPlaystationBlockFrames) {
+            const std::span<const i16> samples =
+                from.subspan(at, std::min(kPlaystationBlockFrames, from.size() - at));
+            add(samples, out);
+            if (next_ == extent_.blocks && extent_.doubled()) add(samples, out);
+        }
+    }
+
+private:
+    void add(std::span<const i16> samples, Bytes& out) {
+        out.resize(out.size() + kPlaystationBlockBytes);
+        const auto to = std::span(out).last<kPlaystationBlockBytes>();
+        playstation_EncodeBlock(to, samples, state_);
+        u32 flags = extent_.loops ? u32{kPlaystationRepeat} : 0;
+        if (extent_.loopStart == next_) flags |= kPlaystationLoopStart;
+        if (++next_ == extent_.writtenBlocks()) flags |= kPlaystationEnd;
+        to[1] = static_cast<std::byte>(flags);
+    }
+
+    Extent extent_;
+    PlaystationState state_;
+    u64 next_ = 0;
+};
+
 CodedWriter blockWriter(const Extent& extent) {
-    return {
-        1, kPlaystationBlockFrames, kPlaystationBlockBytes, true,
-        [extent, state = PlaystationState(), block = u64{0}](std::span<const i16> from, Bytes& out) mutable {
-            for (std::size_t at = 0; at < from.size() && block < extent.blocks;
-                 at += kPlaystationBlockFrames, ++block) {
-                out.resize(out.size() + kPlaystationBlockBytes);
-                const auto to = std::span(out).last<kPlaystationBlockBytes>();
-                playstation_EncodeBlock(
-                    to, from.subspan(at, std::min(kPlaystationBlockFrames, from.size() - at)), state);
-                u32 flags = extent.loops ? u32{kPlaystationRepeat} : 0;
-                if (extent.loopStart == block) flags |= kPlaystationLoopStart;
-                if (block + 1 == extent.blocks) flags |= kPlaystationEnd;
-                // A loop of one block would bear the flags of a block that isn't played.
-                if (flags == kEndFlags) flags &= ~u32{kPlaystationLoopStart};
-                to[1] = static_cast<std::byte>(flags);
-            }
-        }};
+    return {1, kPlaystationBlockFrames, kPlaystationBlockBytes, true,
+            [encoder = BlockEncoder(extent)](std::span<const i16> from, Bytes& out) mutable {
+                encoder.encode(from, out);
+            }};
 }
 
 } // namespace
@@ -135,7 +157,8 @@ bool vag_Imp(Collection&, FileContext& file, u32) {
         readExtent(*file.source, kHeaderBytes, stated == 0 ? held : std::min<u64>(held, stated));
     Wave* wave = store().Create<Wave>(kNextFreeNumber, &vagReader);
     if (!name.empty()) wave->SetName(AnsiToUtf8(name));
-    wave->dataFormat = wave->preferredFormat = kAdpcm4;
+    wave->dataFormat = kAdpcm4;
+    wave->preferredFormat = kPcm16; // what it decodes to
     wave->bits = 4;
     wave->sampleRate = rate;
     wave->sourceOffset = kHeaderBytes;
@@ -154,7 +177,7 @@ bool vag_Exp(Item& item, FileContext& file, u32 formatWord, u32, bool perWave, f
     reportLosses(*out.wave, kKeepsRate | kKeepsLoop);
     const Extent extent = placeInBlocks(*out.wave, out.blocks->frames());
     reportMoved(*out.wave, extent);
-    const u64 dataBytes = (extent.blocks + 1) * kPlaystationBlockBytes;
+    const u64 dataBytes = (extent.writtenBlocks() + 1) * kPlaystationBlockBytes;
     if (dataBytes > 0xFFFFFFFF) return Fail("vag_Exp", "The file would be too long");
 
     std::string name = Utf8ToAnsi(out.wave->name().view()).substr(0, kNameBytes);
