@@ -249,7 +249,7 @@ private:
     bool failed_ = false;
 };
 
-bool writeAll(SNDFILE* file, SampleBlocks& blocks, const CodeRow& code, u32 channels) {
+bool writeAll(SNDFILE* file, SampleBlocks& blocks, const CodeRow& code, u32 channels, bool fillsBlocks) {
     const auto written = [&](sf_count_t frames, std::size_t samples) {
         return frames == static_cast<sf_count_t>(samples / channels) ||
                Fail(kContext, "Writing to file failed");
@@ -268,14 +268,22 @@ bool writeAll(SNDFILE* file, SampleBlocks& blocks, const CodeRow& code, u32 chan
             break;
     }
     std::vector<int> numbers;
-    return writePieces<f32>(blocks, channels, kPieceFrames, kContext, [&](std::span<const f32> from) {
-        numbers.resize(from.size());
-        std::transform(from.begin(), from.end(), numbers.begin(), [&](f32 x) {
-            return static_cast<int>(static_cast<u32>(quantise(x, static_cast<int>(code.bits)))
-                                    << (32 - code.bits));
+    const bool done =
+        writePieces<f32>(blocks, channels, kPieceFrames, kContext, [&](std::span<const f32> from) {
+            numbers.resize(from.size());
+            std::transform(from.begin(), from.end(), numbers.begin(), [&](f32 x) {
+                return static_cast<int>(static_cast<u32>(quantise(x, static_cast<int>(code.bits)))
+                                        << (32 - code.bits));
+            });
+            return written(sndfile().writeInts(file, numbers.data(), framesIn(from.size())), from.size());
         });
-        return written(sndfile().writeInts(file, numbers.data(), framesIn(from.size())), from.size());
-    });
+    if (!done) return false;
+    // PARIS files have blocks of 10 frames, and the library leaves old samples at the end of the last one.
+    constexpr u32 kParisBlockFrames = 10;
+    const u32 missing = (kParisBlockFrames - blocks.frames() % kParisBlockFrames) % kParisBlockFrames;
+    if (!fillsBlocks || missing == 0) return true;
+    numbers.assign(std::size_t{missing} * channels, 0);
+    return written(sndfile().writeInts(file, numbers.data(), missing), numbers.size());
 }
 
 } // namespace
@@ -314,7 +322,7 @@ bool writeSndfile(SampleBlocks& blocks, SndfileFormat format, u32 code, u32 rate
     info.format = kFormats[static_cast<std::size_t>(format)].major | row->minor;
     SNDFILE* const file = sndfile().open(&io, SFM_WRITE, &info, &output);
     if (!file) return Fail(kContext, "Unsupported subformat");
-    const bool done = writeAll(file, blocks, *row, channels);
+    const bool done = writeAll(file, blocks, *row, channels, format == SndfileFormat::Paf);
     const bool closed = sndfile().close(file) == 0; // writes what is still held and the header's sizes
     return done && ((closed && !output.failed()) || Fail(kContext, "Writing to file failed"));
 }

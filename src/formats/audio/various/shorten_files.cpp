@@ -106,19 +106,7 @@ void takeForeign(Wave& wave, const ShortenDecoder& decoder) {
     file.bytes(padded && !tail.empty() ? tail.subspan(1) : tail);
     FileContext context;
     context.source = std::make_shared<MemorySource>(file.view());
-    Wave* parsed = store().Create<Wave>(kNextFreeNumber, nullptr);
-    if (wav_ImpChunks(context, 0, context.size(), *parsed)) {
-        if (!parsed->name().empty()) wave.SetName(parsed->name().view());
-        wave.sampleRate = parsed->sampleRate;
-        wave.artist = parsed->artist;
-        wave.album = parsed->album;
-        wave.engineer = parsed->engineer;
-        wave.copyright = parsed->copyright;
-        wave.comments = parsed->comments;
-        wave.params = parsed->params;
-        wave.cuePoints = parsed->cuePoints;
-    }
-    store().Delete(parsed);
+    if (!wav_ImpChunks(context, 0, context.size(), wave)) wave.sampleRate = std::max(wave.sampleRate, 1U);
 }
 
 } // namespace
@@ -133,11 +121,13 @@ bool shn_Imp(Collection&, FileContext& file, u32) {
         if (CancelRequested()) return Fail("shn_Imp", "Cancelled");
     }
     Wave* wave = store().Create<Wave>(kNextFreeNumber, &shortenReader);
+    takeForeign(*wave, *decoder);
+    wave->reader = &shortenReader;
+    wave->sourceOffset = 0;
     wave->dataFormat = wave->preferredFormat = codeOf(decoder->header().type);
     wave->bits = wave->dataFormat == kPcm16 ? 16 : 8;
     wave->channels = std::min(decoder->header().channels, 2U);
     wave->frames = saturate<u32>(static_cast<f64>(frames));
-    takeForeign(*wave, *decoder);
     return true;
 }
 
