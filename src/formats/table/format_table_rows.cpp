@@ -7,6 +7,7 @@
 #include "formats/audio/chunked/caf.h"
 #include "formats/audio/raw.h"
 #include "formats/audio/raw_coded.h"
+#include "formats/audio/various/various_files.h"
 #include "formats/audio/wav_reader.h"
 #include "formats/audio/wav_writer.h"
 #include "formats/audio/wave64.h"
@@ -17,6 +18,7 @@
 #include "formats/banks/sfz/sfz_writer.h"
 #include "formats/banks/soundfont/sf_reader.h"
 #include "formats/banks/soundfont/sf_writer.h"
+#include "formats/codecs/sndfile_stream.h"
 #include "formats/songs/smf.h"
 #include "formats/table/signatures.h"
 #include "model/item_id.h"
@@ -110,19 +112,19 @@ constexpr FormatRow kRows[] = {
     {"caf", "Apple CoreAudio", RW, kWave, 0xC0003F5, 0, magic<"caff">, caf_Imp, caf_Exp, true},
     {"caff", "Apple CoreAudio", R, kWave, 0, 0, magic<"caff">, caf_Imp},
     {"cda", "Audio CD track", R, kWave, 0, 0, form<"RIFF", "CDDA">},
-    {"cdr", "Audio CD raw data", R, kWave, 0, 0, detectAlways2},
+    {"cdr", "Audio CD raw data", R, kWave, 0, 0, detectAlways2, fixed_Imp<FixedLayout::CdRaw>},
     {"cmf", "Creative Labs music", R, kChipSong, 0, 0, magic<"CTMF">},
     {"cod", "3GPP AMR if-format 2'", RW, kWave, 0x5000000, 0, detectAlways2},
 
     {"dcm", "DCM module", R, kOwn, 0, 0, magicPair<"WUFF", "DCMw", 4, kWeakSignature>},
-    {"dvd-16-44", "LPCM 16-bit 44kHz stereo", R, kWave, 0, 0, detectAlways2},
-    {"dvd-16-48", "LPCM 16-bit 48kHz stereo", R, kWave, 0, 0, detectAlways2},
-    {"dvd-16-96", "LPCM 16-bit 96kHz stereo", R, kWave, 0, 0, detectAlways2},
-    {"dvd-16-192", "LPCM 16-bit 192kHz stereo", R, kWave, 0, 0, detectAlways2},
-    {"dvd-24-44", "LPCM 24-bit 44kHz stereo", R, kWave, 0, 0, detectAlways2},
-    {"dvd-24-48", "LPCM 24-bit 48kHz stereo", R, kWave, 0, 0, detectAlways2},
-    {"dvd-24-96", "LPCM 24-bit 96kHz stereo", R, kWave, 0, 0, detectAlways2},
-    {"dvd-24-192", "LPCM 24-bit 192kHz stereo", R, kWave, 0, 0, detectAlways2},
+    {"dvd-16-44", "LPCM 16-bit 44kHz stereo", R, kWave, 0, 0, detectAlways2, dvd_Imp<16, 44100>},
+    {"dvd-16-48", "LPCM 16-bit 48kHz stereo", R, kWave, 0, 0, detectAlways2, dvd_Imp<16, 48000>},
+    {"dvd-16-96", "LPCM 16-bit 96kHz stereo", R, kWave, 0, 0, detectAlways2, dvd_Imp<16, 96000>},
+    {"dvd-16-192", "LPCM 16-bit 192kHz stereo", R, kWave, 0, 0, detectAlways2, dvd_Imp<16, 192000>},
+    {"dvd-24-44", "LPCM 24-bit 44kHz stereo", R, kWave, 0, 0, detectAlways2, dvd_Imp<24, 44100>},
+    {"dvd-24-48", "LPCM 24-bit 48kHz stereo", R, kWave, 0, 0, detectAlways2, dvd_Imp<24, 48000>},
+    {"dvd-24-96", "LPCM 24-bit 96kHz stereo", R, kWave, 0, 0, detectAlways2, dvd_Imp<24, 96000>},
+    {"dvd-24-192", "LPCM 24-bit 192kHz stereo", R, kWave, 0, 0, detectAlways2, dvd_Imp<24, 192000>},
     {"dewf", "SoundCap/SoundEdit", R, kWave},
     {"dig", "Digilink", R, kWave},
     {"dig", "Sound Designer I", R, kWave},
@@ -294,7 +296,7 @@ constexpr FormatRow kRows[] = {
     {"map", "NI Reaktor", R, kInstrument},
     {"map", "NI Reaktor - Embedded", W, kInstrument, 0xC000014},
     {"map", "NI Reaktor - Linked", W, kInstrument, 0xC000014},
-    {"mat", "Matlab binary vars", RW, kWave, 0xC000080},
+    {"mat", "Matlab binary vars", RW, kWave, 0xC0000E4, 0, matlabAudio, sndfile_Imp, sndfile_Exp<SndfileFormat::Mat5>},
     {"maud", "MAUD sample", R, kWave, 0, 0, form<"FORM", "MAUD">},
     {"mdl", "Digitrakker module", R, kOwn, 0, 0, magic<"DMDL">},
     {"med", "OctaMED module", R, kOwn, 0, 0, magic<"MMD">},
@@ -327,7 +329,7 @@ constexpr FormatRow kRows[] = {
     {"mus10", "Mus10", R, kWave},
     {"mws", "IBM MWave DSP synth extract", W, kInstruments, 0x4000004},
 
-    {"nist", "NIST Sphere", RW, kWave, 0xC000305, 0, magic<"NIST_1A">},
+    {"nist", "NIST Sphere", RW, kWave, 0xC000335, 0, magic<"NIST_1A">, sndfile_Imp, sndfile_Exp<SndfileFormat::Nist>},
     {"nki", "NI Kontakt 3 Instrument", R, kInstrument},
     {"nki", "NI Kontakt 4 Instrument", R, kInstrument},
     {"nkm", "NI Kontakt 3 Bank", R, kOwn},
@@ -349,7 +351,7 @@ constexpr FormatRow kRows[] = {
     {"p", "AKAI S3000 program", RW, kFullInstrument, 0x4000004, 3, akaiS1000Program},
     {"p3k", "Kurzweil PC3K", R, kOwn},
     {"pac", "SB Studio II", R, kOwn},
-    {"paf", "Ensoniq PARIS", RW, kWave, 0xC000015, 0, eitherMagic<" paf", "fap ">},
+    {"paf", "Ensoniq PARIS", RW, kWave, 0xC000015, 0, eitherMagic<" paf", "fap ">, sndfile_Imp, sndfile_Exp<SndfileFormat::Paf>},
     {"pat", "Gravis Ultrasound patch", RW, kFullInstrument, 0x4000005, 0, magic<"GF1PATCH1">},
     {"pbf", "TB Pinnacle bank", RW, kInstruments, 0x4000004},
     {"pcg", "Korg Trinity bank", R, kLayerBank, 0, 0x3B, korgBank},
@@ -383,7 +385,7 @@ constexpr FormatRow kRows[] = {
     {"ppf", "TB Pinnacle program", R, kInstrument},
     {"prg", "WAVmaker program", RW, kInstrument, 0xC000004},
     {"psb", "TB Pinnacle bank", R, kOwn},
-    {"psion", "PSION A-law", R, kWave, 0, 0, magic<"ALawSoundFile**">},
+    {"psion", "PSION A-law", R, kWave, 0, 0, magic<"ALawSoundFile**">, fixed_Imp<FixedLayout::Psion>},
     {"psm", "Protracker Studio module", R, kOwn, 0, 0, magic<"PSM\xFE">},
     {"ptm", "Poly Tracker module", R, kOwn, 0, 0, magic<"PTMF", 44>},
 
@@ -422,12 +424,12 @@ constexpr FormatRow kRows[] = {
     {"sd2", "Sound Designer II flat", RW, kWave, 0xC000015, 0, detectAlways2},
     {"sdk", "Roland S-5xx disk image", R, kOwn},
     {"sdk", "Roland S-7xx disk image", R, kOwn},
-    {"sds", "MIDI SDS", RW, kWave, 0x400001F, 0, sampleDump},
+    {"sds", "MIDI SDS", RW, kWave, 0x400001F, 0, sampleDump, sds_Imp, sds_Exp, true},
     {"sds", "SmartSound SDS", R, kWave, 0, 0, form<"SDSS", "WAVE", kWeakSignature>, wav_Imp},
     {"sdw", "Signed dwords (32-bit)", R, kWave, 0, 0, detectAlways2, raw_Imp<kPcm32>},
     {"seq", "PlayStation music", RW, kSongTracks, 0x2000000, 0, magic<"pQES">},
     {"sdx", "SDX compact MIDI SDS", R, kWave},
-    {"sf", "IRCAM / MTU sound", RW, kWave, 0xC000364, 0, eitherMagic<"\x64\xA3\1\0", "\0\1\xA3\x64">},
+    {"sf", "IRCAM / MTU sound", RW, kWave, 0xC000364, 0, ircamSound, sndfile_Imp, sndfile_Exp<SndfileFormat::Ircam>},
     {"sf2", "SoundFont v2 bank", RW, kFullBank, 0x4000014, 0, soundFont2, sf2_Imp, sf2_Exp, true},
     {"sf2pack", "MIDI Converter Studio", R, kOwn, 0, 0, soundFontPack, sf2_Imp},
     {"sfark", "Melody Machine SF", R, kOwn, 0, 0, magic<"sfArk", 26>, sfark_Imp},
@@ -437,7 +439,7 @@ constexpr FormatRow kRows[] = {
     {"sfz", "rgc:audio SFZ bank", R, kInstrument, 0, 0, sfzText, sfz_Imp},
     {"sfz", "rgc:audio SFZ (samples in same folder)", W, kWaveOrInstrument, 0xD000035, 0, nullptr, nullptr, sfz_Exp, true, nullptr, true, true},
     {"sfz", "rgc:audio SFZ (samples in sub-folder)", W, kWaveOrInstrument, 0xD000035, 1, nullptr, nullptr, sfz_Exp, true, nullptr, true, true},
-    {"shn", "Shorten lossless", RW, kWave, 0xC000105, 0, magic<"ajkg">},
+    {"shn", "Shorten lossless", RW, kWave, 0xC000105, 0, magic<"ajkg">, shn_Imp, shn_Exp, true},
     {"smd", "J-Phone / SmdEd song", R, kSong},
     {"smp", "AdLib Gold sample", R, kWave},
     {"smp", "Samplevision", R, kWave, 0, 0, magic<"SOUND SAMPLE DATA ">},
@@ -448,8 +450,8 @@ constexpr FormatRow kRows[] = {
     {"snd", "AKAI MPC 60 'type 2' sample", W, kWave, 0x4000002, 2},
     {"snd", "AKAI MPC 2000 'type 4' sample", W, kWave, 0xC000004, 4},
     {"snd", "AKAI MPC 3000 'type 2' sample", W, kWave, 0xC000004, 2},
-    {"sndr", "Sounder", R, kWave},
-    {"sndt", "Sndtool", R, kWave, 0, 0, magic<"SOUND\x1A">},
+    {"sndr", "Sounder", R, kWave, 0, 0, sounderSound, fixed_Imp<FixedLayout::Sounder>},
+    {"sndt", "Sndtool", R, kWave, 0, 0, magic<"SOUND\x1A">, fixed_Imp<FixedLayout::Sndtool>},
     {"sou", "SB Studio II", R, kWave},
     {"spd", "Speech data", R, kWave},
     {"spl", "Digitrakker sample", R, kWave},
@@ -477,12 +479,12 @@ constexpr FormatRow kRows[] = {
     {"tvd", "Yamaha Tyros 2 drums", RW, kWaveBank, 0x4000004},
     {"tvn", "Yamaha Tyros 2 voices", RW, kWaveBank, 0x4000004},
     {"txt", "Ascii text parameter descriptions", W, kAnyItem, 0x2000000},
-    {"txt", "Ascii text audio", RW, kWave, 0xC100000, 0, detectAlways2},
+    {"txt", "Ascii text audio", RW, kWave, 0xC100000, 0, detectAlways2, asciiAudio_Imp, asciiAudio_Exp, true},
     {"txt", "Nokring ring-tone", RW, kSongTracks, 0x2000000},
     {"txt", "Steinberg LM-4 bank", RW, kLayerOrInstrument, 0xC000014},
 
-    {"u255law", "Exponential mu-law", RW, kWave, 0xC000100, 0, detectAlways2},
-    {"uax", "Unreal Tournament", R, kOwn, 0, 0, magic<"\xC1\x83\x2A\x9E">},
+    {"u255law", "Exponential mu-law", RW, kWave, 0xC000100, 0, detectAlways2, u255law_Imp, u255law_Exp, true},
+    {"uax", "Unreal Tournament", R, kOwn, 0, 0, magic<"\xC1\x83\x2A\x9E">, uax_Imp},
     {"ub", "Unsigned bytes (8-bit)", RW, kWave, 0xC008001, 0x20000000, detectAlways2, raw_Imp<kPcm8>, raw_Exp, true},
     {"udw", "Unsigned dwords (32-bit)", R, kWave, 0, 0x20000000, detectAlways2, raw_Imp<kPcm32>},
     {"ulaw", "G.711 mu-law", RW, kWave, 0xC040100, 0, detectAlways2, raw_Imp<kMuLaw>, raw_Exp, true},
@@ -498,7 +500,7 @@ constexpr FormatRow kRows[] = {
 
     {"v8", "Covox 8-bit", R, kWave},
     {"vab", "PlayStation bank", RW, kWaveBank, 0x4002001, 0, magic<"pBAV">},
-    {"vag", "PlayStation sound", RW, kWave, 0x4002000, 0, magic<"VAGp">},
+    {"vag", "PlayStation sound", RW, kWave, 0x4002000, 0, magic<"VAGp">, vag_Imp, vag_Exp, true},
     {"vap", "Annotated speech", RW, kWave, 0x4000305},
     {"vm1", "Panasonic voice", R, kWave},
     {"voc", "SoundBlaster voice", RW, kWave, 0xC000305, 0, magic<"Creative Voice File\x1A">},

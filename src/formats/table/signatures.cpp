@@ -198,6 +198,31 @@ int sampleDump(ByteSpan start, u32, u64) {
     return byteAt(start, 3) == 1 && byteAt(start, kHeaderBytes - 1) == 0xF7 ? kSignature : 0;
 }
 
+int ircamSound(ByteSpan start, u32, u64) {
+    ByteCursor in(start);
+    const u32 magic = in.u32be();
+    constexpr u32 kLittle = 0x64A30000, kBig = 0x0000A364; // around the number of a kind of machine, 1 to 4
+    const u32 machine = magic >> 8 & 0xFF, machineBig = magic >> 16 & 0xFF;
+    const bool little = (magic & 0xFFFF00FF) == kLittle && machine >= 1 && machine <= 4;
+    const bool big = (magic & 0xFF00FFFF) == kBig && machineBig >= 1 && machineBig <= 4;
+    return in.ok() && (little || big) ? kSignature : 0;
+}
+
+int matlabAudio(ByteSpan start, u32, u64) {
+    using namespace std::string_view_literals;
+    constexpr std::size_t kFirstNameAt = 20;
+    if (holdsAt(start, 0, "MATLAB 5.0 MAT-file")) return kSignature;
+    return holdsAt(start, kFirstNameAt, "samplerate\0"sv) ? kSignature : 0;
+}
+
+int sounderSound(ByteSpan start, u32, u64) {
+    ByteCursor in(start);
+    const u16 zero = in.u16le(), rate = in.u16le(), volume = in.u16le(), shift = in.u16le();
+    const bool possible =
+        in.ok() && zero == 0 && rate >= 4000 && rate <= 25000 && volume <= 10 && shift <= 10;
+    return possible ? kNotRuledOut : 0;
+}
+
 int mpegAudio(ByteSpan start, int layer) {
     if ((layer == 0 || layer == 3) && holdsAt(start, 0, "ID3")) return kWeakSignature;
     if (start.size() < 4 || byteAt(start, 0) != 0xFF || (byteAt(start, 1) & 0xE0) != 0xE0) return 0;

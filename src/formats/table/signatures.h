@@ -96,5 +96,8 @@ int korgBank(ByteSpan start, u32 subType, u64 fileSize);         ///< the sub-ty
 int protrackerModule(ByteSpan start, u32 subType, u64 fileSize); ///< 2 when the sample volumes are possible
 int impulseTracker(ByteSpan start, u32 subType, u64 fileSize);   ///< module, instrument or sample
 int sampleDump(ByteSpan start, u32 subType, u64 fileSize);       ///< a dump header (MIDI 1.0)
+int ircamSound(ByteSpan start, u32 subType, u64 fileSize);       ///< of any machine, in either byte order
+int matlabAudio(ByteSpan start, u32 subType, u64 fileSize);      ///< version 5, or a version 4 with a rate
+int sounderSound(ByteSpan start, u32 subType, u64 fileSize);     ///< a few plausible fields
 
 } // namespace kv
