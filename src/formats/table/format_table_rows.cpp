@@ -2,6 +2,7 @@
 
 #include <iterator>
 
+#include "formats/audio/packed/flac.h"
 #include "formats/audio/raw.h"
 #include "formats/audio/raw_coded.h"
 #include "formats/audio/wav_reader.h"
@@ -172,9 +173,9 @@ constexpr FormatRow kRows[] = {
     {"f64", "Floating point (64-bit)", RW, kWave, 0xC000080, 0, detectAlways2, raw_Imp<kFloat64>, raw_Exp, true},
     {"far", "Farandoyle module", R, kOwn, 0, 0, magic<"FAR\xFE">},
     {"fff", "Gravis UltraSound PnP", RW, kWaveBank, 0x4000005},
-    {"flac", "Free lossless audio codec", R, kWave, 0, 0, magic<"fLaC">},
-    {"flac", "Free lossless audio codec (default)", W, kWave, 0xC000015},
-    {"flac", "Free lossless audio codec (max comp)", W, kWave, 0xC000015},
+    {"flac", "Free lossless audio codec", R, kWave, 0, 0, magic<"fLaC">, flac_Imp},
+    {"flac", "Free lossless audio codec (default)", W, kWave, 0xC000015, kFlacDefault, nullptr, nullptr, flac_Exp, true},
+    {"flac", "Free lossless audio codec (max comp)", W, kWave, 0xC000015, kFlacMost, nullptr, nullptr, flac_Exp, true},
     {"fnk", "FunkTracker module", R, kOwn, 0, 0, magic<"Funk">},
     {"for", "Kurzweil Forte", R, kOwn},
     {"fsb", "FMOD SoundSystem bank", R, kOwn, 0, 0, magic<"FSB">},
