@@ -15,8 +15,7 @@ constexpr std::string_view kContext = "MP2";
 constexpr std::size_t kStepFrames = 1152 * 4;
 constexpr std::size_t kPackedBytes = 4 * 1152 * 5 / 4 * 2 + 7200; // four frames of any rate and some
 
-constexpr u32 kRates[] = {8,   16,  24,  32,  40,  48,  56,  64,  80,  96,
-                          112, 128, 144, 160, 192, 224, 256, 320, 384};
+constexpr u32 kRates[] = {8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160, 192, 224, 256, 320, 384};
 
 struct TwoLameLibrary {
     SharedLibrary library{"libtwolame0", {"libtwolame.so.0"}};
@@ -58,8 +57,8 @@ std::vector<u32> possibleRates(const MpegSettings& settings) {
     const bool isMpeg1 = settings.sampleRate >= 32000, mono = settings.channels == 1;
     std::vector<u32> rates;
     for (const u32 rate : kRates) {
-        const bool inMpeg1 = rate >= 32 && rate != 40 && rate != 144 &&
-                             (mono ? rate <= 192 : rate == 64 || rate >= 96);
+        const bool inMpeg1 =
+            rate >= 32 && rate != 40 && rate != 144 && (mono ? rate <= 192 : rate == 64 || rate >= 96);
         if (isMpeg1 ? inMpeg1 : rate <= 160 && rate != 0) rates.push_back(rate);
     }
     std::ranges::sort(rates, {}, [&](u32 rate) { return std::abs(static_cast<f32>(rate) - settings.kbps); });
@@ -100,10 +99,10 @@ protected:
         std::span<const f32> samples = floatsOf(frames, floats_);
         packed_.resize(kPackedBytes);
         while (!samples.empty()) {
-            const std::span<const f32> part = samples.first(std::min(samples.size(), kStepFrames * channels()));
-            const int size =
-                twoLame().pack(encoder_, part.data(), static_cast<int>(part.size() / channels()),
-                               packed_.data(), static_cast<int>(packed_.size()));
+            const std::span<const f32> part =
+                samples.first(std::min(samples.size(), kStepFrames * channels()));
+            const int size = twoLame().pack(encoder_, part.data(), static_cast<int>(part.size() / channels()),
+                                            packed_.data(), static_cast<int>(packed_.size()));
             if (!put(size)) return false;
             samples = samples.subspan(part.size());
         }
@@ -115,9 +114,7 @@ private:
         if (encoder_) twoLame().destroy(&encoder_);
         encoder_ = nullptr;
     }
-    bool put(int size) {
-        return size >= 0 && output_.write(packed_.data(), static_cast<std::size_t>(size));
-    }
+    bool put(int size) { return size >= 0 && output_.write(packed_.data(), static_cast<std::size_t>(size)); }
 
     PackedOutput output_;
     twolame_options* encoder_ = nullptr;

@@ -1,6 +1,7 @@
 #include <lame/lame.h>
 
 #include <algorithm>
+#include <cstdarg>
 
 #include "base/run_context.h"
 #include "base/shared_library.h"
@@ -126,13 +127,14 @@ protected:
         std::span<const f32> samples = floatsOf(frames, floats_);
         packed_.resize(kPackedBytes);
         while (!samples.empty()) {
-            const std::span<const f32> part = samples.first(std::min(samples.size(), kStepFrames * channels()));
+            const std::span<const f32> part =
+                samples.first(std::min(samples.size(), kStepFrames * channels()));
             const auto count = static_cast<int>(part.size() / channels());
             const auto room = static_cast<int>(packed_.size());
-            const int size = channels() == 1 ? lame().packMono(encoder_, part.data(), part.data(), count,
-                                                               packed_.data(), room)
-                                             : lame().packStereo(encoder_, part.data(), count,
-                                                                 packed_.data(), room);
+            const int size =
+                channels() == 1
+                    ? lame().packMono(encoder_, part.data(), part.data(), count, packed_.data(), room)
+                    : lame().packStereo(encoder_, part.data(), count, packed_.data(), room);
             if (!put(size)) return false;
             samples = samples.subspan(part.size());
         }
@@ -158,9 +160,7 @@ private:
         }
     }
     /// Writes what the library packed; it tells failures by numbers below zero.
-    bool put(int size) {
-        return size >= 0 && output_.write(packed_.data(), static_cast<std::size_t>(size));
-    }
+    bool put(int size) { return size >= 0 && output_.write(packed_.data(), static_cast<std::size_t>(size)); }
 
     PackedOutput output_;
     lame_t encoder_ = nullptr;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/run_context.h"
+#include "formats/audio/packed/id3_tag.h"
 #include "formats/audio/packed/packed_texts.h"
 #include "formats/audio/packed/packed_wave.h"
 #include "formats/audio/packed/wav_metadata.h"
@@ -79,7 +80,7 @@ const WaveReader kFlacReader{"flac_ImpWave", loadThroughBlocks, openPacked<openF
 } // namespace
 
 bool flac_Imp(Collection&, FileContext& file, u32) {
-    const PackedPlace place{0, file.size()};
+    const PackedPlace place = betweenTags(*file.source);
     const std::shared_ptr<ByteSource> stream = packedSource(file, place);
     const std::optional<PackedStreamInfo> info = probeFlac(stream);
     Wave* wave =
@@ -89,6 +90,7 @@ bool flac_Imp(Collection&, FileContext& file, u32) {
     if (!metadata.riff.empty()) takeWavChunks(metadata.riff, *wave);
     TextTaker texts(*wave);
     takeVorbisComments(metadata.comments, texts);
+    takeTags(*file.source, texts);
     texts.finish();
     if (wave->cuePoints.empty()) takeCueSheet(metadata.cueSheet, *wave);
     return true;
@@ -104,7 +106,7 @@ bool flac_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool p
     settings.sampleRate = out.wave->sampleRate;
     settings.frames = out.blocks->frames();
     settings.level = subType;
-    settings.comments = commentsOf(*out.wave, false);
+    settings.comments = commentsOf(*out.wave, 0);
     if (needsWavMetadata(*out.wave)) {
         WavMetadata metadata;
         if (!wavMetadata(*out.wave, out.blocks->frames(), out.word, metadata)) return false;

@@ -23,8 +23,10 @@ constexpr u32 kApeHasHeader = 1U << 31, kApeIsHeader = 1U << 29;
 struct FrameRow {
     std::string_view id, shortId, name;
 };
-constexpr FrameRow kFrames[] = {{"TIT2", "TT2", "TITLE"},     {"TPE1", "TP1", "ARTIST"},
-                                {"TALB", "TAL", "ALBUM"},     {"TCOP", "TCR", "COPYRIGHT"},
+constexpr FrameRow kFrames[] = {{"TIT2", "TT2", "TITLE"},
+                                {"TPE1", "TP1", "ARTIST"},
+                                {"TALB", "TAL", "ALBUM"},
+                                {"TCOP", "TCR", "COPYRIGHT"},
                                 {"TENC", "TEN", "ENCODED-BY"}};
 
 Bytes readSome(ByteSource& source, u64 offset, std::size_t count) {
@@ -94,7 +96,8 @@ void takeFrame(std::string_view id, ByteSpan contents, TextTaker& texts) {
         if (contents.size() < 3) return;
         contents = contents.subspan(3); // language
         const std::string topic = utf8Of(takeString(contents, encoding), encoding);
-        if (!topic.starts_with("iTun")) texts.take("COMMENT", utf8Of(takeString(contents, encoding), encoding));
+        if (!topic.starts_with("iTun"))
+            texts.take("COMMENT", utf8Of(takeString(contents, encoding), encoding));
         return;
     }
     if (id == "TXXX" || id == "TXX") {
@@ -224,7 +227,8 @@ void takeApe(ByteSource& source, const ApePlace& place, u64 end, TextTaker& text
         if (!in.ok() || name.size() > kMostNameBytes) return;
         at += 8 + name.size() + 1;
         if ((flags & 6) == 0) {
-            const Bytes text = readSome(source, at, static_cast<std::size_t>(std::min<u64>(size, kMostTextBytes)));
+            const Bytes text =
+                readSome(source, at, static_cast<std::size_t>(std::min<u64>(size, kMostTextBytes)));
             texts.take(name, textOf(text).substr(0, textOf(text).find('\0')));
         }
         at += size;
@@ -232,8 +236,7 @@ void takeApe(ByteSource& source, const ApePlace& place, u64 end, TextTaker& text
 }
 
 bool hasId3v1(ByteSource& source) {
-    return source.size() >= kId3v1Bytes &&
-           textOf(readSome(source, source.size() - kId3v1Bytes, 3)) == "TAG";
+    return source.size() >= kId3v1Bytes && textOf(readSome(source, source.size() - kId3v1Bytes, 3)) == "TAG";
 }
 
 void takeId3v1(ByteSource& source, TextTaker& texts) {

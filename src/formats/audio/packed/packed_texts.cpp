@@ -82,15 +82,16 @@ void TextTaker::finish() {
     wave_.params.loopFlags = kLooped;
 }
 
-std::vector<std::string> commentsOf(const Wave& wave, bool withLoop) {
+std::vector<std::string> commentsOf(const Wave& wave, f64 loopScale) {
     std::vector<std::string> all;
     for (const TextRow& row : kRows) {
         const std::string_view text = row.get(wave);
         if (!text.empty()) all.push_back(fmt::format("{}={}", row.name, text));
     }
     const SampleParams& params = wave.params;
-    if (withLoop && params.looped()) {
-        const u32 start = saturate<u32>(params.loopStart + 0.5), end = saturate<u32>(params.loopEnd);
+    if (loopScale > 0 && params.looped()) {
+        const u32 start = saturate<u32>(params.loopStart * loopScale + 0.5);
+        const u32 end = saturate<u32>(params.loopEnd * loopScale + 0.5);
         all.push_back(fmt::format("LOOPSTART={}", start));
         all.push_back(fmt::format("LOOPLENGTH={}", end - std::min(start, end)));
     }

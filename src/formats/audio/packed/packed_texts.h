@@ -40,8 +40,8 @@ private:
     i64 loopStart_ = -1, loopLength_ = -1, loopEnd_ = -1;
 };
 
-/// All texts as "NAME=text", and the loop if it is wanted.
-std::vector<std::string> commentsOf(const Wave& wave, bool withLoop);
+/// All texts as "NAME=text", and the loop in frames that are `loopScale` to one of the wave's; 0: no loop.
+std::vector<std::string> commentsOf(const Wave& wave, f64 loopScale);
 
 /// The contents of a block of Vorbis comments (Ogg Vorbis I format specification: comment field).
 void takeVorbisComments(ByteSpan block, TextTaker& texts);

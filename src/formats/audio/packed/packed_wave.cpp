@@ -113,4 +113,11 @@ f32 chosenRate(f32 asked, const Wave& wave, f32 usual) {
     return asked > 0 ? asked : wave.compressedKbps > 0 ? wave.compressedKbps : usual;
 }
 
+f32 offeredRate(std::span<const u32> rates, int index, std::string_view name, std::string* label) {
+    if (index < 0 || static_cast<std::size_t>(index) >= rates.size()) return 0;
+    const u32 rate = rates[static_cast<std::size_t>(index)];
+    if (label) *label = fmt::format("{} {} kbit/s", name, rate);
+    return static_cast<f32>(rate);
+}
+
 } // namespace kv

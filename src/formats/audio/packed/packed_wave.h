@@ -47,5 +47,7 @@ std::unique_ptr<SampleBlocks> openPacked(const Wave& wave, FileContext& file) {
 /// The bit rate (kbit/s) that a compressed wave is written with: the one that is asked for, else the wave's
 /// own, else `usual`.
 f32 chosenRate(f32 asked, const Wave& wave, f32 usual);
+/// An answer of an `OptionsFn`: one of the rates, with the label "NAME RATE kbit/s"; 0 past the last.
+f32 offeredRate(std::span<const u32> rates, int index, std::string_view name, std::string* label);
 
 } // namespace kv

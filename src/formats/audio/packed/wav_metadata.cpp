@@ -15,10 +15,18 @@ namespace {
 constexpr std::size_t kHeaderBytes = 8;
 constexpr std::size_t kFormBytes = 12;
 
+bool isForm(u32 id) {
+    return id == fourcc("RIFF") || id == fourcc("RF64") || id == fourcc("BW64");
+}
+
+/// A chunk's id could begin with it.
+bool isLetter(std::byte b) {
+    return b > std::byte{0x20} && b < std::byte{0x7F};
+}
+
 /// Chunks that say how the samples stand, which the packed form knows better.
 bool isOfSamples(u32 id) {
-    constexpr u32 kIds[] = {fourcc("RIFF"), fourcc("RF64"), fourcc("BW64"), fourcc("ds64"),
-                            fourcc("fmt "), fourcc("fact"), fourcc("data")};
+    constexpr u32 kIds[] = {fourcc("ds64"), fourcc("fmt "), fourcc("fact"), fourcc("data")};
     return std::ranges::find(kIds, id) != std::end(kIds);
 }
 
@@ -31,11 +39,17 @@ Bytes stubFile(ByteSpan chunks) {
     ByteCursor in(chunks);
     while (in.left() >= kHeaderBytes) {
         const u32 id = in.u32le(), stated = in.u32le();
-        if (id == fourcc("RIFF") || id == fourcc("RF64") || id == fourcc("BW64")) in.skip(4);
-        if (id == fourcc("data") || id == fourcc("RIFF") || id == fourcc("RF64") || id == fourcc("BW64"))
+        if (isForm(id)) {
+            in.skip(4);
             continue;
+        }
+        const bool odd = stated % 2 != 0;
+        if (id == fourcc("data")) { // its padding may stand here, or not
+            if (odd && in.left() > 0 && !isLetter(chunks[static_cast<std::size_t>(in.offset())])) in.skip(1);
+            continue;
+        }
         const ByteSpan contents = in.bytes(std::min<std::size_t>(stated, in.left()));
-        if (contents.size() % 2 != 0 && in.left() > 0) in.skip(1);
+        if (odd && in.left() > 0) in.skip(1);
         if (isOfSamples(id)) continue;
         out.u32le(id).u32le(static_cast<u32>(contents.size())).bytes(contents).pad(2);
     }
