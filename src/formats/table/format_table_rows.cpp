@@ -2,6 +2,7 @@
 
 #include <iterator>
 
+#include "formats/audio/packed/aac.h"
 #include "formats/audio/packed/flac.h"
 #include "formats/audio/packed/mpeg.h"
 #include "formats/audio/packed/ogg.h"
@@ -73,7 +74,7 @@ constexpr FormatRow kRows[] = {
     {"669", "669 module", R, kOwn, 0, 0, eitherMagic<"if", "JN">},
 
     {"a3s", "Yamaha A3000 sample", R, kWave},
-    {"aac", "MPEG 2/4 AAC", R, kWave, 0, 0, mpegLayer<4>},
+    {"aac", "MPEG 2/4 AAC", R, kWave, 0, 0, aacStream, aac_Imp},
     {"aac", "MPEG 2 AAC - Low Complexity", W, kWave, 0xD000000},
     {"aac", "MPEG 2 AAC - Main Profile", W, kWave, 0xD000000},
     {"aac", "MPEG 4 AAC - Low Complexity", W, kWave, 0xD000000},

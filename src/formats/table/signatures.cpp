@@ -193,6 +193,10 @@ int sampleDump(ByteSpan start, u32, u64) {
     return byteAt(start, 3) == 1 && byteAt(start, kHeaderBytes - 1) == 0xF7 ? kSignature : 0;
 }
 
+int aacStream(ByteSpan start, u32, u64) {
+    return holdsAt(start, 0, "ADIF") ? kSignature : mpegAudio(start, 4);
+}
+
 int flacStream(ByteSpan start, u32, u64) {
     if (holdsAt(start, 0, "ID3")) start = behindId3(start);
     return holdsAt(start, 0, "fLaC") ? kSignature : 0;

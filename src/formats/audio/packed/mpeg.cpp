@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/run_context.h"
+#include "formats/audio/packed/aac.h"
 #include "formats/audio/packed/flac.h"
 #include "formats/audio/packed/id3_tag.h"
 #include "formats/audio/packed/packed_wave.h"
@@ -55,8 +56,11 @@ bool mpeg_Imp(Collection& collection, FileContext& file, u32) {
     const PackedPlace place = betweenTags(*file.source);
     const std::shared_ptr<ByteSource> stream = packedSource(file, place);
     Bytes start(4);
-    if (place.start > 0 && stream->readAt(0, start) == start.size() && textOf(start) == "fLaC")
-        return flac_Imp(collection, file, 0);
+    if (place.start > 0 && stream->readAt(0, start) == start.size()) {
+        if (textOf(start) == "fLaC") return flac_Imp(collection, file, 0);
+        if (start[0] == std::byte{0xFF} && (start[1] & std::byte{0xF6}) == std::byte{0xF0})
+            return aac_Imp(collection, file, 0);
+    }
     const std::optional<PackedStreamInfo> info = probeMpeg(stream);
     Wave* wave = info ? importPacked(file, *info, place, kCompressed, kMpegReader, "mpeg_Imp") : nullptr;
     if (!wave) return false;
