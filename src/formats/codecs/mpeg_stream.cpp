@@ -22,11 +22,12 @@ struct MpegLibrary {
     decltype(mpg123_param)* set = nullptr;
     decltype(mpg123_replace_reader_handle)* setReader = nullptr;
     decltype(mpg123_open_handle)* open = nullptr;
-    decltype(mpg123_format_none)* noFormat = nullptr;
-    decltype(mpg123_format)* allowFormat = nullptr;
     decltype(mpg123_getformat)* format = nullptr;
     decltype(mpg123_scan)* scan = nullptr;
     decltype(mpg123_length)* length = nullptr;
+    decltype(mpg123_framelength)* blocks = nullptr;
+    decltype(mpg123_spf)* blockFrames = nullptr;
+    decltype(mpg123_getstate)* state = nullptr;
     decltype(mpg123_seek)* seek = nullptr;
     decltype(mpg123_read)* read = nullptr;
 
@@ -37,11 +38,12 @@ struct MpegLibrary {
             .bind(set, "mpg123_param")
             .bind(setReader, "mpg123_replace_reader_handle")
             .bind(open, "mpg123_open_handle")
-            .bind(noFormat, "mpg123_format_none")
-            .bind(allowFormat, "mpg123_format")
             .bind(format, "mpg123_getformat")
             .bind(scan, "mpg123_scan")
             .bind(length, "mpg123_length")
+            .bind(blocks, "mpg123_framelength")
+            .bind(blockFrames, "mpg123_spf")
+            .bind(state, "mpg123_getstate")
             .bind(seek, "mpg123_seek")
             .bind(read, "mpg123_read");
         if (init) init();
@@ -113,7 +115,7 @@ public:
             const std::span<f32> rest = to.subspan(done);
             const int result = mpeg().read(decoder_, rest.data(), rest.size_bytes(), &bytes);
             done += bytes / sizeof(f32);
-            // A stream that changes is converted to what it began as; one that can't be is at its end.
+            // A stream may go on in other channels, but not at another rate.
             if (result == MPG123_OK || (result == MPG123_NEW_FORMAT && sameFormat())) continue;
             break;
         }
@@ -132,8 +134,8 @@ private:
                            mpeg().format(decoder_, &rate_, &channels_, &encoding_) == MPG123_OK;
         if (!ready || rate_ <= 0 || channels_ < 1 || channels_ > 2 || encoding_ != MPG123_ENC_FLOAT_32)
             return Fail(kContext, "Not an MPEG audio stream");
-        mpeg().noFormat(decoder_);
-        mpeg().allowFormat(decoder_, rate_, channels_, MPG123_ENC_FLOAT_32);
+        const long likeFirst = channels_ == 1 ? MPG123_MONO_MIX : MPG123_FORCE_STEREO;
+        mpeg().set(decoder_, MPG123_ADD_FLAGS, likeFirst, 0);
         info_.channels = static_cast<u32>(channels_);
         info_.sampleRate = static_cast<u32>(rate_);
         info_.isFloat = true;
@@ -143,10 +145,20 @@ private:
     bool findLength(ByteSource& source) {
         if (!tellsLength(source) && mpeg().scan(decoder_) != MPG123_OK)
             return Fail(kContext, "Reading from file failed");
-        const off_t frames = mpeg().length(decoder_);
+        const off_t frames = mpeg().length(decoder_) - uncountedDelay();
         if (frames <= 0) return Fail(kContext, "Reading from file failed");
         info_.frames = static_cast<u64>(frames);
         return true;
+    }
+
+    /// Where fewer frames are there than the first one says, the library forgets in its count what it leaves
+    /// out at the beginning.
+    off_t uncountedDelay() {
+        constexpr long kDecoderDelay = 529; // its own, which it adds to the encoder's
+        long delay = -1;
+        if (mpeg().state(decoder_, MPG123_ENC_DELAY, &delay, nullptr) != MPG123_OK || delay < 0) return 0;
+        const off_t all = mpeg().blocks(decoder_) * static_cast<off_t>(mpeg().blockFrames(decoder_));
+        return mpeg().length(decoder_) == all ? delay + kDecoderDelay : 0;
     }
 
     bool sameFormat() {

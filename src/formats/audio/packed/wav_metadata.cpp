@@ -63,8 +63,8 @@ bool wavMetadata(const Wave& wave, u32 frames, u32 formatWord, WavMetadata& meta
     WavParts parts;
     if (!wavParts(wave, frames, formatWord, 0, 0, parts)) return false;
     metadata.head = std::move(parts.head);
-    metadata.tail = std::move(parts.tail);
-    metadata.padded = parts.dataBytes % 2 != 0;
+    const auto padding = static_cast<std::ptrdiff_t>(parts.dataBytes % 2);
+    metadata.tail.assign(parts.tail.begin() + padding, parts.tail.end());
     return true;
 }
 
@@ -108,7 +108,7 @@ std::vector<Bytes> splitWav(const WavMetadata& metadata) {
     const ByteSpan head = metadata.head;
     add(head.first(kFormBytes));
     addChunks(head.subspan(kFormBytes));
-    addChunks(ByteSpan(metadata.tail).subspan(metadata.padded ? 1 : 0));
+    addChunks(metadata.tail);
     return chunks;
 }
 

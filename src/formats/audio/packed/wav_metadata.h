@@ -12,9 +12,8 @@ class Wave;
 
 /// The chunks of a WAV file, apart from its samples.
 struct WavMetadata {
-    Bytes head;          ///< up to the first sample
-    Bytes tail;          ///< behind the last one, a byte of padding included
-    bool padded = false; ///< it begins with such a byte
+    Bytes head; ///< up to the first sample
+    Bytes tail; ///< behind the last one and its padding
 };
 
 /// Lays out a WAV file for `frames` frames. False, with the error pair set, when there is no such file.

@@ -121,7 +121,7 @@ TEST_F(Foreign, LengthsOfTheirs) {
         u32 frames;
     } rows[] = {
         {"lame", "lame --quiet -V2 a.wav a.mp3", "a.mp3", kFrames},
-        {"lame", "lame --quiet -t -b 96 a.wav a.mp3", "a.mp3", 0}, // without a frame that tells
+        {"lame", "lame --quiet -t -b 128 a.wav a.mp3", "a.mp3", 0}, // without a frame that tells
         {"ffmpeg", "ffmpeg -y -i a.wav -c:a libmp3lame -b:a 64k a.mp3", "a.mp3", kFrames},
         {"ffmpeg", "ffmpeg -y -i a.wav -c:a mp2 a.mpa", "a.mpa", 0},
         {"oggenc", "oggenc -Q a.wav -o a.ogg", "a.ogg", kFrames},

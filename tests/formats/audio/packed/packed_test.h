@@ -19,7 +19,7 @@ protected:
     /// Runs a command in the test's folder.
     bool run(const std::string& command) {
         return std::system(
-                   ("cd '" + folder.path().string() + "' && " + command + " >/dev/null 2>&1").c_str()) == 0;
+                   ("cd '" + folder.path().string() + "' && (" + command + ") >/dev/null 2>&1").c_str()) == 0;
     }
     /// A WAV file with bytes of noise as samples.
     Bytes noise(u16 channels, u16 bits, u32 frames, bool isFloat = false) {

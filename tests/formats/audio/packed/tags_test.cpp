@@ -22,7 +22,7 @@ protected:
         wave->params.fineTune = 13;
         wave->params.loopStart = 1000;
         wave->params.loopEnd = 15'000;
-        wave->params.loopFlags = kLooped | kLoopBidirectional;
+        wave->params.loopFlags = kLooped;
         wave->cuePoints.push_back({500, 70, "label", "note"});
         return wave;
     }
@@ -71,7 +71,7 @@ TEST_F(PackedTags, LosslessFormsKeepAllThatWavKeeps) {
             ASSERT_TRUE(wave);
             EXPECT_EQ(wave->params.rootKey, 45);
             EXPECT_EQ(wave->params.fineTune, 13);
-            EXPECT_EQ(wave->params.loopFlags, kLooped | kLoopBidirectional);
+            EXPECT_EQ(wave->params.loopFlags, kLooped);
             ASSERT_EQ(wave->cuePoints.size(), 1U);
             EXPECT_EQ(wave->cuePoints[0], (CuePoint{500, 70, "label", "note"}));
             exportTo("Microsoft wave", "again.wav", code);
@@ -80,7 +80,14 @@ TEST_F(PackedTags, LosslessFormsKeepAllThatWavKeeps) {
             if (!test::has(row.program)) continue;
             run("rm -f c.wav");
             ASSERT_TRUE(run(row.unpack));
-            EXPECT_TRUE(test::readFile(folder / "c.wav") == test::readFile(folder / "wanted.wav")) << row.row;
+            // Of the form itself and of the padding programs have ideas of their own.
+            const Bytes unpacked = test::readFile(folder / "c.wav"),
+                        wanted = test::readFile(folder / "wanted.wav");
+            const auto behindSamples = [](const Bytes& file) {
+                return textOf(file).substr(textOf(file).find("LIST"));
+            };
+            EXPECT_TRUE(dataOf("c.wav") == dataOf("wanted.wav")) << row.row;
+            EXPECT_TRUE(behindSamples(unpacked) == behindSamples(wanted)) << row.row;
         }
     }
 }
@@ -191,7 +198,7 @@ TEST_F(PackedTags, AllFormsOfTags) {
     };
     Wave* source = import(tones(1, 44100, 3000), "a.wav");
     source->SetName("");
-    exportTo("MPEG layer III - CBR", "plain.mp3", kAnyFormat, 32);
+    exportTo("MPEG layer III - CBR", "plain.mp3", kAnyFormat, 64);
     Bytes packed = test::readFile(folder / "plain.mp3");
     MemorySource written{ByteSpan(packed)};
     const PackedPlace place = betweenTags(written);
