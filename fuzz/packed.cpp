@@ -3,7 +3,10 @@
 #include <vector>
 
 #include "base/run_context.h"
+#include "formats/codecs/aac_stream.h"
 #include "formats/codecs/flac_stream.h"
+#include "formats/codecs/mpeg_stream.h"
+#include "formats/codecs/opus_stream.h"
 #include "formats/codecs/vorbis_stream.h"
 #include "formats/codecs/wavpack_stream.h"
 #include "require.h"
@@ -48,5 +51,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check(source, probeWavPack, openWavPack);
     check(source, probeVorbis, openVorbis);
     check(source, probeFlac, openFlac);
+    check(source, probeOpus, openOpus);
+    check(source, probeMpeg, openMpeg);
+    check(source, probeAac, openAac);
     return 0;
 }

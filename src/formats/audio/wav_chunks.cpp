@@ -223,7 +223,7 @@ bool wav_ParseFmt(FileContext& file, Wave& wave, WavFormat& format) {
 
 u32 wav_FramesFromBytes(const Wave& wave, const WavFormat& format, u64 dataBytes) {
     const f64 bytes = static_cast<f64>(dataBytes);
-    if (const WavCodec* codec = wavCodec(format.tag)) {
+    if (const WavCodec* codec = wavCodec(format.tag); codec && codec->kind != WavCodecKind::Mpeg) {
         const f64 bits = codec->kind == WavCodecKind::Gsm ? 1.625 : wave.bits;
         return saturate<u32>(bytes * 8 / (std::max(wave.channels, 1U) * bits) + 0.5);
     }
@@ -322,6 +322,7 @@ private:
     void sizes64(const Chunk& chunk);
     Cue* findCue(u32 name);
     u32 frameCount(u64 dataBytes) const;
+    void settleFrames();
     void say(const Chunk& chunk, std::string_view field, std::string text,
              Severity severity = Severity::Warning) {
         runContext().diagnostics.add(
@@ -476,9 +477,14 @@ u32 WavParser::frameCount(u64 dataBytes) const {
     return wav_FramesFromBytes(wave_, format_, dataBytes);
 }
 
-void WavParser::finish() {
+void WavParser::settleFrames() {
     wave_.frames = frameCount(dataBytes_);
-    const bool coded = wavCodec(format_.tag) != nullptr;
+    const WavCodec* codec = wavCodec(format_.tag);
+    if (codec && codec->kind == WavCodecKind::Mpeg) {
+        const u32 stated = frameCode_ > 1 ? wave_.frames : 0;
+        return wavSettleMpeg(file_, wave_.sourceOffset, dataBytes_, stated, wave_);
+    }
+    const bool coded = codec != nullptr;
     const u64 held = coded ? wavCodedForm(*file_.source, format_.offset, format_.order).framesIn(dataBytes_)
                            : dataBytes_ / format_.frameBytes();
     if (coded && frameCode_ <= 1) {
@@ -489,6 +495,10 @@ void WavParser::finish() {
                                       fmt::format("{} frames stated, {} are there", wave_.frames, held));
         wave_.frames = saturate<u32>(static_cast<f64>(held));
     }
+}
+
+void WavParser::finish() {
+    settleFrames();
     rememberWavLayout(wave_, format_, dataBytes_);
     for (const Cue& cue : cues_) {
         if (cue.loopMark && wave_.params.looped()) continue;

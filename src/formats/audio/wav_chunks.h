@@ -14,12 +14,14 @@ namespace kv {
 class Wave;
 struct SampleParams;
 
-/// Format tags of the fmt chunk that are plain samples.
+/// Format tags of the fmt chunk: plain samples, and MPEG audio of all layers and of layer III.
 enum WavTag : u16 {
     kWavPcm = 0x0001,
     kWavFloat = 0x0003,
     kWavALaw = 0x0006,
     kWavMuLaw = 0x0007,
+    kWavMpeg = 0x0050,
+    kWavMp3 = 0x0055,
     kWavExtensible = 0xFFFE,
 };
 

@@ -4,6 +4,7 @@
 
 #include "base/run_context.h"
 #include "formats/audio/wav_reader.h"
+#include "formats/codecs/mpeg_stream.h"
 #include "model/wave.h"
 #include "samples/data_format.h"
 
@@ -21,6 +22,7 @@ constexpr std::string_view kGsmRefusal = "Can only handle (the standard!) mono G
                            kYamahaBits = "Unsupported bits/sample for Yamaha ADPCM format",
                            kRockwellMono = "Can only handle mono Rockwell ADPCM format",
                            kRockwellRefusal = "Unsupported or invalid Rockwell ADPCM file",
+                           kMpegChannels = "Can't handle mixed channel mode MPEG streams",
                            kG72xBits = "Invalid no bits/sample for CCITT G.721/.723/.726 ADPCM encoding";
 
 constexpr WavCodec g72x(u16 tag) {
@@ -52,6 +54,8 @@ constexpr WavCodec kCodecs[] = {
     g72x(0xA105),
     g72x(0xA107),
     {0x0065, Kind::G722, 0, 0, 4, 0, {}, {}},
+    {kWavMpeg, Kind::Mpeg, 0, 0, 1, 2, kMpegChannels, {}},
+    {kWavMp3, Kind::Mpeg, 0, 0, 1, 2, kMpegChannels, {}},
 };
 
 constexpr u32 kCodeOfBits[] = {0, 0, kAdpcm2, kAdpcm3, kAdpcm4, kAdpcm5};
@@ -112,8 +116,36 @@ CodedForm formOf(const CodedFmt& fmt) {
             return g726Form(fmt.bits, true);
         case Kind::G722:
             return g722Form(8, true);
+        case Kind::Mpeg:
+            break;
     }
     return {};
+}
+
+/// The fields behind those that all fmt chunks have tell the bit rate: of layer III by the size of its
+/// blocks.
+bool parseMpegFmt(FileContext& file, Wave& wave, const WavFormat& format) {
+    constexpr f32 kUsualKbps = 128;
+    constexpr u32 kLeastBits = 8000;
+    Bytes bytes(26);
+    bytes.resize(file.source->readAt(format.offset, bytes));
+    ByteCursor in(bytes, format.offset);
+    in.skip(20);
+    const u32 bits = in.integer<u32>(format.order); // of layer III: flags
+    const u16 modeOrSize = in.integer<u16>(format.order);
+    if (format.tag == kWavMpeg) {
+        if ((modeOrSize & 8) != 0 && (modeOrSize & 7) != 0) return Fail("wav_Imp", kMpegChannels);
+        wave.compressedKbps = bits < kLeastBits ? kUsualKbps : static_cast<f32>(bits) / 1000;
+    } else {
+        const f32 unit = format.sampleRate < 28000 ? 72000 : 144000;
+        wave.compressedKbps = static_cast<f32>(modeOrSize) * static_cast<f32>(format.sampleRate) / unit;
+    }
+    wave.channels = format.channels;
+    wave.sampleRate = format.sampleRate;
+    wave.bits = 1;
+    wave.preferredFormat = kCompressed;
+    wave.reader = &wavReader;
+    return true;
 }
 
 } // namespace
@@ -133,6 +165,7 @@ bool wav_ParseCodedFmt(const WavCodec& codec, FileContext& file, Wave& wave, con
         return Fail("wav_Imp", codec.channelsRefusal);
     if (codec.mostBits != 0 && (format.bits < codec.leastBits || format.bits > codec.mostBits))
         return Fail("wav_Imp", codec.bitsRefusal);
+    if (codec.kind == Kind::Mpeg) return parseMpegFmt(file, wave, format);
     if (!wavCodedForm(*file.source, format.offset, format.order).decode)
         return Fail("wav_Imp",
                     codec.bitsRefusal.empty() ? "Unsupported compression type" : codec.bitsRefusal);
@@ -148,6 +181,19 @@ bool wav_ParseCodedFmt(const WavCodec& codec, FileContext& file, Wave& wave, con
             format.offset, "fmt ", fmt::format("{} channels stated, the codes are of one", format.channels));
     }
     return true;
+}
+
+void wavSettleMpeg(const FileContext& file, u64 dataStart, u64 dataBytes, u32 frames, Wave& wave) {
+    const auto stream = std::make_shared<RangeSource>(file.source, dataStart, dataBytes);
+    const std::optional<PackedStreamInfo> info = probeMpeg(stream);
+    if (!info) {
+        runContext().diagnostics.warn(dataStart, "data", runContext().error.message);
+        return;
+    }
+    wave.channels = info->channels;
+    wave.sampleRate = info->sampleRate;
+    const u32 there = static_cast<u32>(std::min<u64>(info->frames, std::numeric_limits<u32>::max()));
+    wave.frames = frames == 0 ? there : std::min(frames, there);
 }
 
 } // namespace kv

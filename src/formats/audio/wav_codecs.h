@@ -6,7 +6,7 @@
 
 namespace kv {
 
-enum class WavCodecKind : u8 { Ms, Ima, Dialogic, Yamaha, Gsm, UsrGsm, Rockwell, G72x, G722 };
+enum class WavCodecKind : u8 { Ms, Ima, Dialogic, Yamaha, Gsm, UsrGsm, Rockwell, G72x, G722, Mpeg };
 
 /// What a tag asks of the fmt chunk.
 struct WavCodec {
@@ -26,5 +26,10 @@ bool wav_ParseCodedFmt(const WavCodec& codec, FileContext& file, Wave& wave, con
 /// The coding that the fmt chunk at `fmtOffset`, a place of its contents, describes; without `decode` when it
 /// describes none.
 CodedForm wavCodedForm(ByteSource& source, u64 fmtOffset, std::endian order);
+
+/// The samples of a wave whose tag is of MPEG audio, which fill a data chunk: its own header counts for
+/// channels and rate. `frames` is what is known of the length, 0 for nothing, and never more than there are.
+/// Without the library all stays as it was said.
+void wavSettleMpeg(const FileContext& file, u64 dataStart, u64 dataBytes, u32 frames, Wave& wave);
 
 } // namespace kv

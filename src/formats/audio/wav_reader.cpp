@@ -5,6 +5,7 @@
 
 #include "base/run_context.h"
 #include "formats/audio/wav_codecs.h"
+#include "formats/codecs/mpeg_stream.h"
 #include "model/collection.h"
 #include "model/store.h"
 #include "model/workspace.h"
@@ -116,7 +117,12 @@ private:
 
 std::unique_ptr<SampleBlocks> openWav(const Wave& wave, FileContext& file) {
     const Layout layout(wave);
-    if (file.source && wavCodec(layout.tag)) {
+    const WavCodec* codec = wavCodec(layout.tag);
+    if (file.source && codec && codec->kind == WavCodecKind::Mpeg) {
+        const auto stream = std::make_shared<RangeSource>(file.source, file.position, layout.dataBytes);
+        return openMpeg(stream, 0, wave.frames, wave.channels);
+    }
+    if (file.source && codec) {
         CodedForm form = wavCodedForm(*file.source, layout.fmtOffset, layout.order);
         const u64 end =
             file.position + std::min(layout.dataBytes, std::numeric_limits<u64>::max() - file.position);

@@ -43,10 +43,12 @@ const FlacLibrary& flac() {
 /// An open stream with what was decoded of it and not asked for yet.
 class FlacStream {
 public:
-    static std::unique_ptr<FlacStream> open(const std::shared_ptr<ByteSource>& source) {
+    /// `frames`: of a stream that leaves its length open, where the caller knows it; 0: they are counted,
+    /// and the stream stands at its end.
+    static std::unique_ptr<FlacStream> open(const std::shared_ptr<ByteSource>& source, u64 frames = 0) {
         if (!flac().library.ready(kContext)) return nullptr;
         auto stream = std::make_unique<FlacStream>(source);
-        return stream->opened() ? std::move(stream) : nullptr;
+        return stream->opened(frames) ? std::move(stream) : nullptr;
     }
 
     explicit FlacStream(const std::shared_ptr<ByteSource>& source) : input_(source) {}
@@ -147,7 +149,7 @@ private:
         return true;
     }
 
-    bool opened() {
+    bool opened(u64 knownFrames) {
         decoder_ = flac().create();
         if (!decoder_ || flac().open(decoder_, read, seekTo, tell, length, atEnd, take, describe, fail,
                                      this) != FLAC__STREAM_DECODER_INIT_STATUS_OK)
@@ -156,9 +158,18 @@ private:
             return Fail(kContext, "Not a FLAC stream");
         // A frame of 65,535 equal samples takes some 10 bytes.
         constexpr u64 kMaxFramesPerByte = 16384;
+        if (info_.frames == 0) info_.frames = knownFrames != 0 ? knownFrames : countFrames();
         if (info_.frames == 0 || ceilDiv(info_.frames, kMaxFramesPerByte) > static_cast<u64>(input_.size()))
             return Fail(kContext, "Reading from file failed");
         return true;
+    }
+
+    /// All that can be decoded, as recorders that were cut off leave it.
+    u64 countFrames() {
+        u64 frames = 0;
+        for (std::size_t samples = 0; (samples = decode(std::numeric_limits<std::size_t>::max()).size()) > 0;)
+            frames += samples / info_.channels;
+        return frames;
     }
 
     PackedInput input_;
@@ -211,7 +222,7 @@ std::optional<PackedStreamInfo> probeFlac(const std::shared_ptr<ByteSource>& str
 
 std::unique_ptr<SampleBlocks> openFlac(const std::shared_ptr<ByteSource>& stream, u64 start, u32 frames,
                                        u32 channels) {
-    std::unique_ptr<FlacStream> opened = FlacStream::open(stream);
+    std::unique_ptr<FlacStream> opened = FlacStream::open(stream, start + frames);
     if (!opened || !holdsRange(kContext, opened->info(), start, frames, channels)) return nullptr;
     if (!opened->seek(start)) {
         Fail(kContext, "Reading from file failed");

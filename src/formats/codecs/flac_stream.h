@@ -10,7 +10,7 @@
 namespace kv {
 
 /// What a FLAC stream that fills `stream` says of itself. None with the error pair set when it is no such
-/// stream, leaves its length open, or the library is missing.
+/// stream or the library is missing. A stream that leaves its length open is decoded once to count it.
 std::optional<PackedStreamInfo> probeFlac(const std::shared_ptr<ByteSource>& stream);
 
 /// Opens `frames` frames from frame `start` on of a FLAC stream that fills `stream` and has `channels`

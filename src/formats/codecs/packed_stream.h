@@ -3,6 +3,8 @@
 #pragma once
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "base/byte_source.h"
 
@@ -15,6 +17,8 @@ struct PackedStreamInfo {
     u64 frames = 0;
     u32 bits = 0;         ///< per sample before packing; 0: the form has none of its own
     bool isFloat = false; ///< decodes to float, else to 16-bit integers
+    bool wasFloat = false; ///< was float before packing, in `bits` bits
+    std::vector<std::string> comments; ///< "NAME=text", UTF-8, of forms that have Vorbis comments
 };
 
 /// The stream holds `frames` frames from `start` on, in `channels` channels. If not, sets the error pair.

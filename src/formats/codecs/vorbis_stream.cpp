@@ -23,6 +23,8 @@ struct VorbisLibrary {
     decltype(ov_open_callbacks)* open = nullptr;
     decltype(ov_clear)* close = nullptr;
     decltype(ov_info)* info = nullptr;
+    decltype(ov_comment)* comments = nullptr;
+    decltype(ov_streams)* links = nullptr;
     decltype(ov_pcm_total)* frames = nullptr;
     decltype(ov_pcm_seek)* seek = nullptr;
     decltype(ov_read_float)* read = nullptr;
@@ -31,6 +33,8 @@ struct VorbisLibrary {
         library.bind(open, "ov_open_callbacks")
             .bind(close, "ov_clear")
             .bind(info, "ov_info")
+            .bind(comments, "ov_comment")
+            .bind(links, "ov_streams")
             .bind(frames, "ov_pcm_total")
             .bind(seek, "ov_pcm_seek")
             .bind(read, "ov_read_float");
@@ -94,7 +98,8 @@ private:
         isOpen_ = vorbis().open(&input_, &file_, nullptr, 0, callbacks) == 0;
         const vorbis_info* const first = isOpen_ ? vorbis().info(&file_, 0) : nullptr;
         if (!first || first->channels < 1) return Fail(kContext, "Not an Ogg Vorbis stream");
-        const ogg_int64_t frames = vorbis().frames(&file_, -1);
+        // Of a chain all links count when they can be played on end, else the first.
+        const ogg_int64_t frames = vorbis().frames(&file_, allLinksLike(*first) ? -1 : 0);
         if (frames < 0 ||
             ceilDiv(static_cast<u64>(frames), kMaxFramesPerByte) > static_cast<u64>(input_.size()))
             return Fail(kContext, "Reading from file failed");
@@ -102,6 +107,19 @@ private:
         info_.sampleRate = saturate<u32>(static_cast<f64>(first->rate));
         info_.frames = static_cast<u64>(frames);
         info_.isFloat = true;
+        if (const vorbis_comment* const comments = vorbis().comments(&file_, 0)) {
+            for (int i = 0; i < comments->comments; ++i)
+                info_.comments.emplace_back(comments->user_comments[i],
+                                            static_cast<std::size_t>(comments->comment_lengths[i]));
+        }
+        return true;
+    }
+
+    bool allLinksLike(const vorbis_info& first) {
+        for (long link = vorbis().links(&file_) - 1; link > 0; --link) {
+            const vorbis_info* const info = vorbis().info(&file_, static_cast<int>(link));
+            if (!info || info->channels != first.channels || info->rate != first.rate) return false;
+        }
         return true;
     }
 

@@ -5,11 +5,14 @@
 #include <algorithm>
 #include <bit>
 #include <cstdio>
+#include <cstring>
 #include <vector>
 
 #include "base/run_context.h"
 #include "base/shared_library.h"
+#include "samples/data_format.h"
 #include "samples/kernels.h"
+#include "samples/stored_form.h"
 
 namespace kv {
 namespace {
@@ -35,6 +38,10 @@ struct WavPackLibrary {
     decltype(WavpackSeekSample64)* seek = nullptr;
     decltype(WavpackUnpackSamples)* unpack = nullptr;
     decltype(WavpackGetNumErrors)* errors = nullptr;
+    decltype(WavpackGetWrapperBytes)* wrapperBytes = nullptr;
+    decltype(WavpackGetWrapperData)* wrapperData = nullptr;
+    decltype(WavpackFreeWrapper)* freeWrapper = nullptr;
+    decltype(WavpackSeekTrailingWrapper)* findTrailer = nullptr;
 
     WavPackLibrary() {
         library.bind(open, "WavpackOpenFileInputEx64")
@@ -47,7 +54,11 @@ struct WavPackLibrary {
             .bind(mode, "WavpackGetMode")
             .bind(seek, "WavpackSeekSample64")
             .bind(unpack, "WavpackUnpackSamples")
-            .bind(errors, "WavpackGetNumErrors");
+            .bind(errors, "WavpackGetNumErrors")
+            .bind(wrapperBytes, "WavpackGetWrapperBytes")
+            .bind(wrapperData, "WavpackGetWrapperData")
+            .bind(freeWrapper, "WavpackFreeWrapper")
+            .bind(findTrailer, "WavpackSeekTrailingWrapper");
     }
 };
 
@@ -94,10 +105,11 @@ WavpackStreamReader64 makeReader() {
 /// An open stream. The library keeps pointers to the members, so it stays where it is.
 class WavPackStream {
 public:
-    static std::unique_ptr<WavPackStream> open(const std::shared_ptr<ByteSource>& source) {
+    /// `flags` besides those that are always set.
+    static std::unique_ptr<WavPackStream> open(const std::shared_ptr<ByteSource>& source, int flags = 0) {
         if (!wavPack().library.ready(kContext)) return nullptr;
         auto stream = std::make_unique<WavPackStream>(source);
-        return stream->opened() ? std::move(stream) : nullptr;
+        return stream->opened(flags) ? std::move(stream) : nullptr;
     }
 
     explicit WavPackStream(const std::shared_ptr<ByteSource>& source) : input_(source) {}
@@ -114,15 +126,24 @@ public:
     bool seek(u64 frame) { return wavPack().seek(context_, static_cast<i64>(frame)) != 0; }
     /// Samples that came damaged are silent.
     bool damaged() const { return wavPack().errors(context_) > 0; }
+    /// Of a stream that was opened with its wrapper, what was not taken yet.
+    Bytes takeWrapper() {
+        const ByteSpan bytes(reinterpret_cast<const std::byte*>(wavPack().wrapperData(context_)),
+                             wavPack().wrapperBytes(context_));
+        Bytes taken(bytes.begin(), bytes.end());
+        wavPack().freeWrapper(context_);
+        return taken;
+    }
+    void findTrailer() { wavPack().findTrailer(context_); }
     bool unpack(std::span<i32> to) {
         const auto frames = static_cast<u32>(to.size() / info_.channels);
         return wavPack().unpack(context_, to.data(), frames) == frames;
     }
 
 private:
-    bool opened() {
+    bool opened(int flags) {
         char error[81] = {}; // the library writes up to 80 characters
-        context_ = wavPack().open(&reader_, &input_, nullptr, error, OPEN_NORMALIZE, 0);
+        context_ = wavPack().open(&reader_, &input_, nullptr, error, OPEN_NORMALIZE | flags, 0);
         if (!context_) return Fail(kContext, "Not a WavPack stream: {}", error);
         const i64 frames = wavPack().frames(context_);
         const int channels = wavPack().channels(context_);
@@ -137,6 +158,7 @@ private:
         info_.frames = static_cast<u64>(frames);
         info_.bits = static_cast<u32>(wavPack().bits(context_));
         info_.isFloat = givesFloat() || sampleBytes_ > 2;
+        info_.wasFloat = givesFloat();
         return true;
     }
 
@@ -171,12 +193,43 @@ void toWorkingForm(const WavPackStream& stream, std::span<i32> from, std::span<f
     int32ToFloat(from, to);
 }
 
+/// 32-bit integers as they are unpacked, from one end to the other.
+class UnpackedSource final : public ByteSource {
+public:
+    UnpackedSource(WavPackStream& stream, u64 frames) : stream_(stream), frames_(frames) {}
+    u64 size() const override { return frames_ * frameBytes(); }
+    std::size_t readAt(u64 offset, std::span<std::byte> to) override {
+        if (offset != at_) return 0;
+        const u64 frames = std::min<u64>(to.size(), size() - at_) / frameBytes();
+        unpacked_.resize(static_cast<std::size_t>(frames * stream_.info().channels));
+        if (!stream_.unpack(unpacked_)) return 0;
+        std::memcpy(to.data(), unpacked_.data(), unpacked_.size() * sizeof(i32));
+        at_ += unpacked_.size() * sizeof(i32);
+        return unpacked_.size() * sizeof(i32);
+    }
+
+private:
+    u64 frameBytes() const { return u64{stream_.info().channels} * sizeof(i32); }
+    WavPackStream& stream_;
+    u64 frames_;
+    u64 at_ = 0;
+    std::vector<i32> unpacked_;
+};
+
 class WavPackBlocks final : public SampleBlocks {
 public:
     WavPackBlocks(std::unique_ptr<WavPackStream> stream, u32 frames)
         : SampleBlocks(stream->info().channels, frames, stream->info().isFloat),
           stream_(std::move(stream)),
-          left_(u64{frames} * channels()) {}
+          left_(u64{frames} * channels()),
+          unpackedSource_(*stream_, frames) {}
+
+    /// A float hasn't the bits of a 32-bit integer.
+    std::optional<StoredRun> storedAs(u32 word) const override {
+        const bool wide = stream_->sampleBytes() == 4 && !stream_->givesFloat();
+        if (!wide || !StoredForm(word).sameAs(StoredForm(kPcm32))) return {};
+        return StoredRun{&unpackedSource_, 0, unpackedSource_.size()};
+    }
 
 protected:
     bool readNative(std::span<i16> to) override { return readInto(to); }
@@ -207,6 +260,7 @@ private:
 
     std::unique_ptr<WavPackStream> stream_;
     u64 left_; ///< samples
+    mutable UnpackedSource unpackedSource_;
     std::vector<i32> unpacked_;
     bool noted_ = false;
 };
@@ -217,6 +271,16 @@ std::optional<PackedStreamInfo> probeWavPack(const std::shared_ptr<ByteSource>& 
     const std::unique_ptr<WavPackStream> opened = WavPackStream::open(stream);
     if (!opened) return {};
     return opened->info();
+}
+
+WavPackWrapper readWavPackWrapper(const std::shared_ptr<ByteSource>& stream) {
+    const std::unique_ptr<WavPackStream> opened = WavPackStream::open(stream, OPEN_WRAPPER);
+    if (!opened) return {};
+    WavPackWrapper wrapper;
+    wrapper.head = opened->takeWrapper();
+    opened->findTrailer();
+    wrapper.tail = opened->takeWrapper();
+    return wrapper;
 }
 
 std::unique_ptr<SampleBlocks> openWavPack(const std::shared_ptr<ByteSource>& stream, u64 start, u32 frames,

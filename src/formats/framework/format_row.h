@@ -42,7 +42,7 @@ struct FormatRow {
     DetectFn detectFn = nullptr;
     ImportFn importFn = nullptr; ///< none: the row doesn't read, or its reader isn't built
     ExportFn exportFn = nullptr; ///< none: the row doesn't write, or its writer isn't built
-    bool streams = false; ///< the writer takes samples block by block and never patches: works on a pipe
+    bool streams = false; ///< the writer takes samples block by block and needn't patch: works on a pipe
     OptionsFn optionsFn = nullptr;
     bool perWaveFormats = false; ///< every wave is stored in that wave's own preferred format
     bool writesBeside = false;   ///< the writer puts samples into files of their own beside its own

@@ -5,6 +5,11 @@
 #include "formats/audio/chunked/aiff.h"
 #include "formats/audio/chunked/au.h"
 #include "formats/audio/chunked/caf.h"
+#include "formats/audio/packed/aac.h"
+#include "formats/audio/packed/flac.h"
+#include "formats/audio/packed/mpeg.h"
+#include "formats/audio/packed/ogg.h"
+#include "formats/audio/packed/wavpack.h"
 #include "formats/audio/raw.h"
 #include "formats/audio/raw_coded.h"
 #include "formats/audio/various/various_files.h"
@@ -74,7 +79,7 @@ constexpr FormatRow kRows[] = {
     {"669", "669 module", R, kOwn, 0, 0, eitherMagic<"if", "JN">},
 
     {"a3s", "Yamaha A3000 sample", R, kWave},
-    {"aac", "MPEG 2/4 AAC", R, kWave, 0, 0, mpegLayer<4>},
+    {"aac", "MPEG 2/4 AAC", R, kWave, 0, 0, aacStream, aac_Imp},
     {"aac", "MPEG 2 AAC - Low Complexity", W, kWave, 0xD000000},
     {"aac", "MPEG 2 AAC - Main Profile", W, kWave, 0xD000000},
     {"aac", "MPEG 4 AAC - Low Complexity", W, kWave, 0xD000000},
@@ -177,9 +182,9 @@ constexpr FormatRow kRows[] = {
     {"f64", "Floating point (64-bit)", RW, kWave, 0xC000080, 0, detectAlways2, raw_Imp<kFloat64>, raw_Exp, true},
     {"far", "Farandoyle module", R, kOwn, 0, 0, magic<"FAR\xFE">},
     {"fff", "Gravis UltraSound PnP", RW, kWaveBank, 0x4000005},
-    {"flac", "Free lossless audio codec", R, kWave, 0, 0, magic<"fLaC">},
-    {"flac", "Free lossless audio codec (default)", W, kWave, 0xC000015},
-    {"flac", "Free lossless audio codec (max comp)", W, kWave, 0xC000015},
+    {"flac", "Free lossless audio codec", R, kWave, 0, 0, flacStream, flac_Imp},
+    {"flac", "Free lossless audio codec (default)", W, kWave, 0xC000015, kFlacDefault, nullptr, nullptr, flac_Exp, true},
+    {"flac", "Free lossless audio codec (max comp)", W, kWave, 0xC000015, kFlacMost, nullptr, nullptr, flac_Exp, true},
     {"fnk", "FunkTracker module", R, kOwn, 0, 0, magic<"Funk">},
     {"for", "Kurzweil Forte", R, kOwn},
     {"fsb", "FMOD SoundSystem bank", R, kOwn, 0, 0, magic<"FSB">},
@@ -308,15 +313,15 @@ constexpr FormatRow kRows[] = {
     {"mmf", "Synthetic music mobile", R, kSong, 0, 0, magic<"MMMD">},
     {"mod", "Tracker module", R, kOwn, 0, 0, protrackerModule},
     {"mov", "Apple QuickTime movie", RW, kWave, 0xD000005, 0, magic<"ftypqt", 4>},
-    {"mp1", "MPEG layer I", R, kWave, 0, 0, mpegLayer<1>},
-    {"mp2", "MPEG layer II", R, kWave, 0, 0, mpegLayer<2>},
-    {"mp2", "MPEG layer II - CBR", W, kWave, 0xD000000},
-    {"mp3", "MPEG layer III", R, kWave, 0, 0, mpegLayer<3>},
-    {"mp3", "MPEG layer III - CBR", W, kWave, 0xD000000},
-    {"mp3", "MPEG layer III - ABR", W, kWave, 0xD000000},
-    {"mp3", "MPEG layer III - VBR", W, kWave, 0xD000000},
+    {"mp1", "MPEG layer I", R, kWave, 0, 0, mpegLayer<1>, mpeg_Imp},
+    {"mp2", "MPEG layer II", R, kWave, 0, 0, mpegLayer<2>, mpeg_Imp},
+    {"mp2", "MPEG layer II - CBR", W, kWave, 0xD000000, 0, nullptr, nullptr, mp2_Exp, true, mp2_Options},
+    {"mp3", "MPEG layer III", R, kWave, 0, 0, mpegLayer<3>, mpeg_Imp},
+    {"mp3", "MPEG layer III - CBR", W, kWave, 0xD000000, kMp3Constant, nullptr, nullptr, mp3_Exp, true, mp3_Options},
+    {"mp3", "MPEG layer III - ABR", W, kWave, 0xD000000, kMp3Average, nullptr, nullptr, mp3_Exp, true, mp3_Options},
+    {"mp3", "MPEG layer III - VBR", W, kWave, 0xD000000, kMp3Variable, nullptr, nullptr, mp3_Exp, true, mp3_Options},
     {"mp4", "MPEG-4 base media", RW, kWave, 0xD000000, 0, magic<"ftyp", 4, kWeakSignature>},
-    {"mpa", "MPEG audio", R, kWave, 0, 0, mpegLayer<0>},
+    {"mpa", "MPEG audio", R, kWave, 0, 0, mpegLayer<0>, mpeg_Imp},
     {"mpg", "MPEG audio", R, kWave, 0, 0, mpegLayer<0>},
     {"mpeg", "MPEG system stream", R, kWave, 0, 0, magic<"\0\0\1\xBA">},
     {"mpg", "MPEG system stream", R, kWave, 0, 0, magic<"\0\0\1\xBA">},
@@ -337,11 +342,11 @@ constexpr FormatRow kRows[] = {
     {"nvf", "Creative Labs Nomad", RW, kWave, 0x4002000},
 
     {"o01", "Typhoon voice", R, kWave},
-    {"ogg", "Ogg Vorbis", RW, kWave, 0xD000000, 0, magicPair<"OggS", "\1vorbis", 28, kNotRuledOut>},
+    {"ogg", "Ogg Vorbis", RW, kWave, 0xD000000, 0, magicPair<"OggS", "\1vorbis", 28, kNotRuledOut>, ogg_Imp, ogg_Exp, true, ogg_Options},
     {"okt", "Oktalyzer module", R, kOwn, 0, 0, magicPair<"OKTA", "SONG", 4, kNotRuledOut>},
-    {"opus", "Opus", R, kWave, 0, 0, magicPair<"OggS", "OpusHead", 28, 0>},
-    {"opus", "Opus (Music)", W, kWave, 0xD000000},
-    {"opus", "Opus (Voice)", W, kWave, 0xD000000},
+    {"opus", "Opus", R, kWave, 0, 0, magicPair<"OggS", "OpusHead", 28, 0>, opus_Imp},
+    {"opus", "Opus (Music)", W, kWave, 0xD000000, kOpusMusic, nullptr, nullptr, opus_Exp, true, opus_Options},
+    {"opus", "Opus (Voice)", W, kWave, 0xD000000, kOpusVoice, nullptr, nullptr, opus_Exp, true, opus_Options},
     {"osp", "Orion Sampler program", RW, kFullInstrument, 0xC000014},
     {"out", "Roland S-5xx series floppy disk image", R, kOwn},
     {"out", "Roland S-7xx series floppy disk image", R, kOwn},
@@ -557,7 +562,7 @@ constexpr FormatRow kRows[] = {
     {"x3v", "Yamaha Motif XF voices", RW, kWaveBank, 0xC000004},
     {"x3w", "Yamaha Motif XF waves", RW, kWave, 0xC000004},
 
-    {"wv", "WavPack lossless", RW, kWave, 0xC000075, 0, magic<"wvpk">},
+    {"wv", "WavPack lossless", RW, kWave, 0xC000075, 0, magic<"wvpk">, wv_Imp, wv_Exp, true},
 
     {"xi", "Fast Tracker 2 instrument", RW, kWaveToInstrument, 0x4018000, 0, magic<"Extended Instrument: ">},
     {"xm", "Fast Tracker 2 module", R, kOwn, 0, 0, magic<"Extended Module: ">},

@@ -37,6 +37,14 @@ int soundFont(ByteSpan start, std::string_view formType, u16 version, u16 lastVe
     return found >= version && found <= lastVersion ? kSignature : kNotRuledOut;
 }
 
+/// What stands behind an ID3 tag at the start; empty when that isn't within the buffer.
+ByteSpan behindId3(ByteSpan start) {
+    if (start.size() < 10) return {};
+    std::size_t size = 0;
+    for (std::size_t i = 6; i < 10; ++i) size = size << 7 | static_cast<std::size_t>(byteAt(start, i) & 0x7F);
+    return start.subspan(std::min(start.size(), size + 10));
+}
+
 } // namespace
 
 int waveForm(ByteSpan start, u32, u64) {
@@ -221,10 +229,23 @@ int sounderSound(ByteSpan start, u32, u64) {
     const bool possible =
         in.ok() && zero == 0 && rate >= 4000 && rate <= 25000 && volume <= 10 && shift <= 10;
     return possible ? kNotRuledOut : 0;
+int aacStream(ByteSpan start, u32, u64) {
+    return holdsAt(start, 0, "ADIF") ? kSignature : mpegAudio(start, 4);
+}
+
+int flacStream(ByteSpan start, u32, u64) {
+    if (holdsAt(start, 0, "ID3")) start = behindId3(start);
+    return holdsAt(start, 0, "fLaC") ? kSignature : 0;
 }
 
 int mpegAudio(ByteSpan start, int layer) {
-    if ((layer == 0 || layer == 3) && holdsAt(start, 0, "ID3")) return kWeakSignature;
+    if (holdsAt(start, 0, "ID3")) {
+        start = behindId3(start);
+        if (holdsAt(start, 0, "fLaC")) return 0;
+        // A large picture hides the stream; it mostly is of layer III.
+        if (start.size() < 4 || byteAt(start, 0) != 0xFF)
+            return layer == 0 || layer == 3 ? kWeakSignature : kNotRuledOut;
+    }
     if (start.size() < 4 || byteAt(start, 0) != 0xFF || (byteAt(start, 1) & 0xE0) != 0xE0) return 0;
     const int version = byteAt(start, 1) >> 3 & 3;     // 1 is reserved
     const int found = 4 - (byteAt(start, 1) >> 1 & 3); // 4: no layer, which ADTS has

@@ -68,13 +68,15 @@ int waveOfTag(ByteSpan start, u32, u64) {
 }
 
 /// An MPEG audio frame (ISO 11172-3, 13818-3) of one layer, 0 for any; layer 4 stands for the ADTS frames
-/// of AAC (ISO 13818-7). An ID3 tag counts as layer III.
+/// of AAC (ISO 13818-7). Behind an ID3 tag too long to look behind it, layer III is supposed.
 int mpegAudio(ByteSpan start, int layer);
 template <int Layer>
 int mpegLayer(ByteSpan start, u32, u64) {
     return mpegAudio(start, Layer);
 }
 
+int aacStream(ByteSpan start, u32 subType, u64 fileSize);     ///< ADTS or ADIF
+int flacStream(ByteSpan start, u32 subType, u64 fileSize);    ///< also behind an ID3 tag
 int waveForm(ByteSpan start, u32 subType, u64 fileSize);      ///< RIFF WAVE, or its 64-bit or big-endian form
 int broadcastWave(ByteSpan start, u32 subType, u64 fileSize); ///< WAVE with an early "bext" chunk, else 2
 int aiffForm(ByteSpan start, u32 subType, u64 fileSize); ///< AIFF; AIFF-C is left to a row of its own, if any
