@@ -229,6 +229,8 @@ int sounderSound(ByteSpan start, u32, u64) {
     const bool possible =
         in.ok() && zero == 0 && rate >= 4000 && rate <= 25000 && volume <= 10 && shift <= 10;
     return possible ? kNotRuledOut : 0;
+}
+
 int aacStream(ByteSpan start, u32, u64) {
     return holdsAt(start, 0, "ADIF") ? kSignature : mpegAudio(start, 4);
 }
