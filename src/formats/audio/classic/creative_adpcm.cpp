@@ -48,7 +48,38 @@ u32 codeAt(const Rules& rules, u32 byte, u32 place) {
     return byte >> rules.shift[place] & ((1U << rules.bits) - 1);
 }
 
+struct State16 {
+    i32 value = 0;
+    i32 step = kLeastStep;
+    static constexpr i32 kLeastStep = 511, kMostStep = 32767;
+};
+
+i16 decodeCode16(State16& state, u32 code) {
+    constexpr i32 kGrowth[] = {230, 230, 230, 230, 307, 409, 512, 614}; // 256ths
+    const u32 magnitude = code & 7;
+    const i32 difference = (2 * static_cast<i32>(magnitude) + 1) * state.step >> 3;
+    const i32 faded = state.value * 254 >> 8;
+    state.value = std::clamp((code & 8) != 0 ? faded - difference : faded + difference, -32768, 32767);
+    state.step = std::clamp(kGrowth[magnitude] * state.step >> 8, State16::kLeastStep, State16::kMostStep);
+    return static_cast<i16>(state.value);
+}
+
 } // namespace
+
+CodedForm creativeForm16(u32 channels) {
+    return {channels,
+            1,
+            2 / channels,
+            [=, states = std::array<State16, 2>()](ByteSpan from, std::span<i16> to) mutable {
+                const std::size_t count = std::min(to.size(), from.size() * 2);
+                for (std::size_t i = 0; i < count; ++i) {
+                    const u32 byte = std::to_integer<u32>(from[i / 2]);
+                    to[i] = decodeCode16(states[i % channels], i % 2 == 0 ? byte >> 4 : byte & 15);
+                }
+                return count / channels;
+            },
+            {}};
+}
 
 CodedForm creativeForm(CreativeBits bits, u8 reference) {
     const Rules& rules = kRules[static_cast<std::size_t>(bits)];

@@ -12,4 +12,7 @@ enum class CreativeBits : u8 { Four, TwoPointSix, Two };
 /// A stream behind its first byte, which is the first sample as it stands and where the differences begin.
 CodedForm creativeForm(CreativeBits bits, u8 reference);
 
+/// The later four-bit form, for 16-bit samples; of two channels the left one stands in the high half.
+CodedForm creativeForm16(u32 channels);
+
 } // namespace kv

@@ -29,12 +29,13 @@ enum class VocBlock : u8 {
 struct VocCodec {
     u16 number;
     u16 bits;
-    u32 word;           ///< data format word
-    bool coded = false; ///< the card's ADPCM, always mono
+    u32 word;             ///< data format word
+    bool coded = false;   ///< behind a first sample as it stands, and always mono
+    bool coded16 = false; ///< of 16-bit samples
 };
 inline constexpr VocCodec kVocCodecs[] = {
     {0, 8, kPcm8 | kUnsigned}, {1, 4, kAdpcm4, true}, {2, 3, kAdpcm3, true}, {3, 2, kAdpcm2, true},
-    {4, 16, kPcm16},           {6, 8, kALaw},         {7, 8, kMuLaw},
+    {4, 16, kPcm16},           {6, 8, kALaw},         {7, 8, kMuLaw},        {0x200, 4, kAdpcm4, false, true},
 };
 
 /// Rates of the blocks of the first cards, in Hz, from a divisor of 8 or of 16 bits.

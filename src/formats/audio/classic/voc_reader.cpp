@@ -72,6 +72,7 @@ private:
 };
 
 CodedForm formOf(const Run& run, u32 channels) {
+    if (run.codec->coded16) return creativeForm16(channels);
     if (!run.codec->coded) return plainForm(run.codec->word, channels);
     const CreativeBits bits = run.codec->bits == 4   ? CreativeBits::Four
                               : run.codec->bits == 3 ? CreativeBits::TwoPointSix
@@ -317,7 +318,9 @@ bool voc_Imp(Collection&, FileContext& file, u32) {
     if (!VocParser(*file.source).parse(voice)) return false;
     Wave* wave = store().Create<Wave>(kNextFreeNumber, &vocReader);
     wave->dataFormat = voice.codec->word;
-    wave->preferredFormat = voice.codec->coded ? kPcm8 : voice.codec->word & kCodeMask;
+    wave->preferredFormat = voice.codec->coded     ? kPcm8
+                            : voice.codec->coded16 ? kPcm16
+                                                   : voice.codec->word & kCodeMask;
     wave->bits = voice.codec->bits;
     wave->channels = voice.channels;
     wave->sampleRate = voice.rate;
