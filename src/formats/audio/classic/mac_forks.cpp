@@ -50,7 +50,7 @@ std::optional<MacBinary> readMacBinary(ByteSource& source) {
     found.name = std::string(textOf(in.bytes(63)).substr(0, nameBytes));
     in.skip(9);
     const u8 zero = in.u8le();
-    in.skip(8);
+    in.skip(7);
     const u8 alsoZero = in.u8le();
     found.dataBytes = in.u32be();
     found.resourceBytes = in.u32be();

@@ -129,8 +129,6 @@ bool VocParser::next(Block& block) {
     ByteCursor in(bytes);
     block.kind = static_cast<VocBlock>(in.u8le());
     if (!in.ok() || block.kind == VocBlock::End) return false;
-    if (block.kind == VocBlock::EndRepeat && in.left() < 3) bytes.resize(4); // its size may be missing
-    in = ByteCursor(ByteSpan(bytes).subspan(1));
     u64 size = in.u16le();
     size |= u64{in.u8le()} << 16;
     if (!in.ok()) return false;
@@ -154,6 +152,7 @@ void VocParser::add(Voice& voice, Piece piece) {
 }
 
 bool VocParser::begin(Voice& voice, const VocCodec* codec, u32 rate, u32 channels, Piece data) {
+    last_ = nullptr; // what continues a sound that can't be taken is left out as well
     if (!codec) return Fail(kContext, "Unsupported compression type");
     if (channels == 0 || channels > 2) return Fail(kContext, "Too many channels");
     if (codec->coded && channels != 1) return Fail(kContext, "Unsupported compression type");
