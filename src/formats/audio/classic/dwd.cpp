@@ -14,7 +14,7 @@ namespace kv {
 namespace {
 
 constexpr std::string_view kTitle("DiamondWare Digitized\n\0\x1A", 24);
-constexpr u32 kHeaderBytes = 56; // with what the maker's own files leave free behind the fields
+constexpr u32 kHeaderBytes = 56; // with the reserved ones; texts may follow before the samples
 
 /// Keeps the highest magnitude of the samples that are written to it.
 class PeakSink final : public ByteSink {

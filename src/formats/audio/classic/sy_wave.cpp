@@ -1,6 +1,6 @@
-// Waves of the Yamaha SY85. Document: "SY80 WAVE1 - Format" (T. Gruen, D. Loebner, K. Hemberger, 1993-1997),
-// found out from files. A header of 1024 bytes that ends in the fields of a MIDI sample dump (three times
-// seven bits, the lowest first), and 16-bit samples.
+// Waves of the Yamaha SY85 and SY99. Document: "SY80 WAVE1 - Format" (T. Gruen, D. Loebner, K. Hemberger,
+// 1993-1997), found out from files. A header of 1024 bytes that ends in the fields of a MIDI sample dump
+// (three times seven bits, the lowest first), and 16-bit samples.
 #include "base/run_context.h"
 #include "formats/audio/classic/classic_files.h"
 #include "formats/audio/classic/classic_kit.h"

@@ -159,6 +159,9 @@ bool tx16w_Exp(Item& item, FileContext& file, u32 formatWord, u32, bool perWave,
     if (attack > kMostLength || length - attack > kMostLength)
         return Fail(kContext, "Too long for the file format");
 
+    if (length < frames)
+        runContext().diagnostics.add(
+            {Severity::Loss, 0, wave.name().str(), "samples", "the format ends with the loop"});
     reportLosses(wave, (sameRate ? kKeepsRate : 0U) | (loop ? kKeepsLoop : 0U));
     ByteWriter head;
     head.text(kMagic).fill(10).u16le(0).fill(4, 0x7F).u8le(loop ? kLoopedFormat : kOneShotFormat);
