@@ -10,6 +10,7 @@
 #include "formats/audio/packed/mpeg.h"
 #include "formats/audio/packed/ogg.h"
 #include "formats/audio/packed/wavpack.h"
+#include "formats/audio/classic/classic_files.h"
 #include "formats/audio/raw.h"
 #include "formats/audio/raw_coded.h"
 #include "formats/audio/various/various_files.h"
@@ -55,6 +56,9 @@ constexpr u32 negative(u32 value) {
     return 0 - value;
 }
 
+/// The header's size and the bits of a sample, which are always the same.
+constexpr DetectFn kSoundDesigner = magicPair<"\x05\x38", "\x00\x10", 1028, 0>;
+constexpr DetectFn kSampledVoice = eitherForm<"FORM", "8SVX", "16SV">;
 constexpr DetectFn kAsf = magic<"\x30\x26\xB2\x75\x8E\x66\xCF\x11\xA6\xD9\x00\xAA\x00\x62\xCE\x6C">;
 
 // extension, description, use, classes, data mask, sub-type, detect, import, export, streams, options,
@@ -105,7 +109,7 @@ constexpr FormatRow kRows[] = {
     {"atak1a", "Soundscape audio-take", W, kWave, 0x4000004},
     {"au", "Sun/NeXT/DEC audio", RW, kWave, 0xC0003F5, 0, sunAudio, au_Imp, au_Exp, true},
     {"avi", "Audio video interleave", R, kWave, 0, 0, form<"RIFF", "AVI ">},
-    {"avr", "Audio Visual Research", R, kWave, 0, 0, magic<"2BIT">},
+    {"avr", "Audio Visual Research", R, kWave, 0, 0, magic<"2BIT">, avr_Imp},
 
     {"bn4", "Yamaha DX100/DX21/DX27 voice SysEx", R, kInstruments},
     {"bnk", "AdLib bank", R, kOwn},
@@ -132,7 +136,7 @@ constexpr FormatRow kRows[] = {
     {"dvd-24-192", "LPCM 24-bit 192kHz stereo", R, kWave, 0, 0, detectAlways2, dvd_Imp<24, 192000>},
     {"dewf", "SoundCap/SoundEdit", R, kWave},
     {"dig", "Digilink", R, kWave},
-    {"dig", "Sound Designer I", R, kWave},
+    {"dig", "Sound Designer I", R, kWave, 0, 0, kSoundDesigner, sd1_Imp},
     {"dlp", "DirectMusic Producer", R, kOwn},
     {"dls", "DownLoadable Sounds", R, kOwn, 0, 0, form<"RIFF", "DLS ">, dls_Imp},
     {"dls", "DownLoadable Sounds level 1", W, kFullBank, 0x4000005, 1, nullptr, nullptr, dls_Exp, true},
@@ -150,7 +154,7 @@ constexpr FormatRow kRows[] = {
     {"dsf", "XTracker sample", R, kWave},
     {"dsm", "Digital Sound Module", R, kOwn, 0, 0, form<"RIFF", "DSMF">},
     {"dtm", "DigiTrekker module", R, kOwn, 0, 0, magic<"SONG", 0, kWeakSignature>},
-    {"dwd", "DiamondWare digitized", RW, kWave, 0xC000005, 0, magic<"DiamondWare Digitized">},
+    {"dwd", "DiamondWare digitized", RW, kWave, 0xC000005, 0, magic<"DiamondWare Digitized">, dwd_Imp, dwd_Exp, true},
     {"dx7", "Yamaha DX7 voice SysEx", R, kInstruments, 0, 0, sysEx<0x43, 0x09>},
     {"dx7", "Raw Yamaha DX7 32-voice", R, kInstruments, 0, 0, detectAlways2},
 
@@ -248,11 +252,11 @@ constexpr FormatRow kRows[] = {
     {"gsm", "USR GSM without header (alternative)", W, kWave, 0x4000400, 0, nullptr, nullptr, coded_Exp<RawCoding::UsrGsmB>, true},
     {"gsm", "USR GSM with header", RW, kWave, 0x4000400, kWavSubUsrGsm, waveOfTag<0x0303>, wav_Imp, wav_Exp, true},
 
-    {"hcom", "Sound Tools HCOM", R, kWave, 0, 0, magic<"FSSD", 65>},
+    {"hcom", "Sound Tools HCOM", R, kWave, 0, 0, magicAtEither<"HCOM", 0, 128>, hcom_Imp},
     {"hd", "PlayStation 2 SCEI set", R, kOwn},
 
     {"ibk", "Creative FM bank", R, kOwn, 0, 0, magic<"IBK\x1A">},
-    {"iff", "Interchange file format", RW, kWave, 0xC000005, 0, form<"FORM", "8SVX">},
+    {"iff", "Interchange file format", RW, kWave, 0xC000001, 0, kSampledVoice, svx_Imp, svx_Exp, true},
     {"imf", "id Software Music Format (560Hz)", R, kChipSong, 0, 0, detectAlways2},
     {"img", "Ensoniq EPS/ASR-10 disk image", R, kOwn},
     {"imy", "iMelody ring-tone format", R, kSong, 0, 0, magic<"BEGIN:IMELODY">},
@@ -302,7 +306,7 @@ constexpr FormatRow kRows[] = {
     {"map", "NI Reaktor - Embedded", W, kInstrument, 0xC000014},
     {"map", "NI Reaktor - Linked", W, kInstrument, 0xC000014},
     {"mat", "Matlab binary vars", RW, kWave, 0xC0000E4, 0, matlabAudio, sndfile_Imp, sndfile_Exp<SndfileFormat::Mat5>},
-    {"maud", "MAUD sample", R, kWave, 0, 0, form<"FORM", "MAUD">},
+    {"maud", "MAUD sample", R, kWave, 0, 0, form<"FORM", "MAUD">, maud_Imp},
     {"mdl", "Digitrakker module", R, kOwn, 0, 0, magic<"DMDL">},
     {"med", "OctaMED module", R, kOwn, 0, 0, magic<"MMD">},
     {"mid", "Standard MIDI", RW, kSongTracks, 0x2000000, negative(1), magic<"MThd">, mid_Imp, mid_Exp, true},
@@ -423,10 +427,10 @@ constexpr FormatRow kRows[] = {
     {"sb", "Signed bytes (8-bit)", RW, kWave, 0xC008001, 0, detectAlways2, raw_Imp<kPcm8>, raw_Exp, true},
     {"sbk", "SoundFont v1", RW, kFullBank, 0x4000004, 0, soundFont1, sbk_Imp, sbk_Exp, true},
     {"sbi", "Creative FM instrument", R, kInstrument, 0, 0, magic<"SBI\x1A">},
-    {"sd", "Sound Designer I", RW, kWave, 0x4000004},
+    {"sd", "Sound Designer I", RW, kWave, 0x4000004, 0, kSoundDesigner, sd1_Imp, sd1_Exp, true},
     {"sc2", "Sample Cell II PC", R, kInstrument},
-    {"sd2", "Sound Designer II data", RW, kWave, 0xC000015},
-    {"sd2", "Sound Designer II flat", RW, kWave, 0xC000015, 0, detectAlways2},
+    {"sd2", "Sound Designer II data", RW, kWave, 0xC000015, 0, detectAlways2, sd2_Imp, sd2_Exp, true},
+    {"sd2", "Sound Designer II flat", RW, kWave, 0xC000015, kSd2Flat, magic<"Sd2f", 65>, sd2_Imp, sd2_Exp, true},
     {"sdk", "Roland S-5xx disk image", R, kOwn},
     {"sdk", "Roland S-7xx disk image", R, kOwn},
     {"sds", "MIDI SDS", RW, kWave, 0x400001F, 0, sampleDump, sds_Imp, sds_Exp, true},
@@ -447,7 +451,7 @@ constexpr FormatRow kRows[] = {
     {"shn", "Shorten lossless", RW, kWave, 0xC000105, 0, magic<"ajkg">, shn_Imp, shn_Exp, true},
     {"smd", "J-Phone / SmdEd song", R, kSong},
     {"smp", "AdLib Gold sample", R, kWave},
-    {"smp", "Samplevision", R, kWave, 0, 0, magic<"SOUND SAMPLE DATA ">},
+    {"smp", "Samplevision", R, kWave, 0, 0, magic<"SOUND SAMPLE DATA ">, samplevision_Imp},
     {"smp", "Avalon sample", RW, kWave, 0x4000004},
     {"snd", "Unsigned 8-bit PCM", R, kWave, 0, 0x20000000, detectAlways2, raw_Imp<kPcm8>},
     {"snd", "AKAI MPC sample", R, kWave, 0, 0, mpcSound},
@@ -470,7 +474,7 @@ constexpr FormatRow kRows[] = {
     {"svq", "Roland Sequencer v3", R, kSong},
     {"svq", "Roland Sequencer v4", R, kSong},
     {"svq", "Roland Sequencer v4c", R, kSong},
-    {"svx", "Interchange file format", R, kWave, 0, 0, form<"FORM", "8SVX">},
+    {"svx", "Interchange file format", R, kWave, 0, 0, kSampledVoice, svx_Imp},
     {"sw", "Signed words (16-bit) - Little Endian", RW, kWave, 0xC010004, 0, detectAlways2, raw_Imp<kPcm16>, raw_Exp, true},
     {"sw", "Signed words (16-bit) - Big Endian", W, kWave, 0xC000004, 0x40000000, nullptr, nullptr, raw_Exp, true},
     {"sxt", "Propellerheads Reason 2 NN-XT", RW, kFullInstrument, 0xC000014},
@@ -508,17 +512,17 @@ constexpr FormatRow kRows[] = {
     {"vag", "PlayStation sound", RW, kWave, 0x4002000, 0, magic<"VAGp">, vag_Imp, vag_Exp, true},
     {"vap", "Annotated speech", RW, kWave, 0x4000305},
     {"vm1", "Panasonic voice", R, kWave},
-    {"voc", "SoundBlaster voice", RW, kWave, 0xC000305, 0, magic<"Creative Voice File\x1A">},
-    {"voc", "SoundBlaster voice - Old Style", W, kWave, 0xC000001},
+    {"voc", "SoundBlaster voice", RW, kWave, 0xC000305, 0, magic<"Creative Voice File\x1A">, voc_Imp, voc_Exp, true},
+    {"voc", "SoundBlaster voice - Old Style", W, kWave, 0xC000001, kVocOldStyle, nullptr, nullptr, voc_Exp, true},
     {"vox", "Dialogic 4-bit ADPCM", RW, kWave, 0x4002305, 0, detectAlways2, coded_Imp<RawCoding::Dialogic>, coded_Exp<RawCoding::Dialogic>, true},
     {"vox-6k", "Dialogic 4-bit ADPCM (6000 Hz)", RW, kWave, 0x4002305, 6000, detectAlways2, coded_Imp<RawCoding::Dialogic>, coded_Exp<RawCoding::Dialogic>, true},
     {"vox-8k", "Dialogic 4-bit ADPCM (8000 Hz)", RW, kWave, 0x4002305, 8000, detectAlways2, coded_Imp<RawCoding::Dialogic>, coded_Exp<RawCoding::Dialogic>, true},
     {"vox", "Talking Technology Inc", R, kWave},
     {"vsb", "Virtual Sampler bank", RW, kFullInstrument, 0xC000004},
 
-    {"w??", "Yamaha TX16W wave", R, kWave, 0, 0, magic<"LM8953">},
-    {"w01", "Yamaha TX16W wave", W, kWave, 0x4000002},
-    {"w??", "Yamaha SY wave", R, kWave},
+    {"w??", "Yamaha TX16W wave", R, kWave, 0, 0, magic<"LM8953">, tx16w_Imp},
+    {"w01", "Yamaha TX16W wave", W, kWave, 0x4000002, 0, nullptr, nullptr, tx16w_Exp, true},
+    {"w??", "Yamaha SY wave", R, kWave, 0, 0, magic<"SY80 WAVE1">, sy_Imp},
     {"w01", "Yamaha SY wave", W, kWave, 0x4000006},
     {"w2a", "Yamaha Motif 6/7/8 all", R, kOwn},
     {"w2v", "Yamaha Motif 6/7/8 voices", RW, kWaveBank, 0xC000004},

@@ -45,6 +45,18 @@ int form(ByteSpan start, u32, u64) {
     return holdsAt(start, 0, Id.view()) && holdsAt(start, 8, Form.view()) ? Score : 0;
 }
 
+/// A text at either of two places.
+template <Literal Magic, std::size_t At, std::size_t OrAt>
+int magicAtEither(ByteSpan start, u32, u64) {
+    return holdsAt(start, At, Magic.view()) || holdsAt(start, OrAt, Magic.view()) ? kSignature : 0;
+}
+
+/// A chunk file of either of two forms.
+template <Literal Id, Literal Form, Literal OrForm>
+int eitherForm(ByteSpan start, u32 subType, u64 fileSize) {
+    return std::max(form<Id, Form>(start, subType, fileSize), form<Id, OrForm>(start, subType, fileSize));
+}
+
 /// `First` at the start, and `Second` at `At` for a full score, else `Lone`.
 template <Literal First, Literal Second, std::size_t At, int Lone>
 int magicPair(ByteSpan start, u32, u64) {
