@@ -78,6 +78,7 @@ void FrameCounter::countDecoded() {
 
 void FrameCounter::add(const AVPacket& packet) {
     const Skips skips = skipsOf(packet);
+    bytes_ += packet.size;
     if (first_) {
         dropped_ = skips.front;
         if (skips.front == 0) frames_ -= MediaDecoder::delayOf(stream_);

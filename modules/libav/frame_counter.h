@@ -20,6 +20,7 @@ public:
     void add(const AVPacket& packet);
     /// Frames of all packets that were added, less the encoder's delay and padding.
     std::int64_t finish();
+    std::int64_t bytes() const { return bytes_; } ///< of all packets that were added
     /// Frames of a length in the stream's ticks that is the delay included; no more than decoding gives, and
     /// 0 where ticks don't count frames.
     std::int64_t statedFrames(std::int64_t ticks) const;
@@ -29,6 +30,7 @@ private:
     void countDecoded();
 
     const AVStream& stream_;
+    std::int64_t bytes_ = 0;
     std::int64_t frames_ = 0;
     std::int64_t decodable_ = 0; ///< frames of all packets
     std::int64_t dropped_ = 0;   ///< frames that the first packet said are to be dropped

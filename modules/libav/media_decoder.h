@@ -8,7 +8,8 @@ namespace kv::libav {
 /// Decodes the packets of a stream. Damaged ones give nothing; the decoder goes on behind them.
 class MediaDecoder {
 public:
-    /// `ready()` is false when there is no decoder for the stream. Only decoders of libavcodec's own are used.
+    /// `ready()` is false when there is no decoder for the stream. Only decoders of libavcodec's own are
+    /// used.
     explicit MediaDecoder(const AVStream& stream);
 
     bool ready() const { return codec_ != nullptr; }

@@ -40,7 +40,7 @@ int bitsOf(const AVCodecParameters& coding, bool lossless) {
     return 8 * av_get_bytes_per_sample(static_cast<AVSampleFormat>(coding.format));
 }
 
-MediaTrack describe(const AVStream& stream, const AVFormatContext& file) {
+MediaTrack describe(const AVStream& stream) {
     const AVCodecParameters& coding = *stream.codecpar;
     const AVCodecDescriptor* descriptor = avcodec_descriptor_get(coding.codec_id);
     const int props = descriptor ? descriptor->props : 0;
@@ -54,10 +54,6 @@ MediaTrack describe(const AVStream& stream, const AVFormatContext& file) {
     track.form = formOf(coding.format);
     track.lossless = (props & AV_CODEC_PROP_LOSSLESS) != 0 && (props & AV_CODEC_PROP_LOSSY) == 0 ? 1 : 0;
     track.bits = bitsOf(coding, track.lossless != 0);
-    const std::int64_t rate = coding.bit_rate > 0       ? coding.bit_rate
-                              : file.nb_streams == 1 ? file.bit_rate
-                                                     : 0;
-    track.kbps = static_cast<double>(std::max<std::int64_t>(rate, 0)) / 1000;
     return track;
 }
 
@@ -100,7 +96,7 @@ void MediaReader::listTracks() {
     for (unsigned i = 0; i < file_->nb_streams; ++i) {
         AVStream* stream = file_->streams[i];
         if (isUsable(*stream) && MediaDecoder(*stream).ready() && tracks_.size() < kMostTracks) {
-            tracks_.push_back(describe(*stream, *file_));
+            tracks_.push_back(describe(*stream));
             streams_.push_back(stream);
         } else {
             stream->discard = AVDISCARD_ALL;
@@ -125,8 +121,7 @@ void MediaReader::listChapters() {
         const char* title = textOf(chapter.metadata, "title");
         const double tick = av_q2d(chapter.time_base);
         const double start = static_cast<double>(chapter.start) * tick;
-        const double end =
-            chapter.end == AV_NOPTS_VALUE ? start : static_cast<double>(chapter.end) * tick;
+        const double end = chapter.end == AV_NOPTS_VALUE ? start : static_cast<double>(chapter.end) * tick;
         chapters_.push_back({start, end, title ? title : ""});
     }
 }
@@ -139,12 +134,16 @@ void MediaReader::scan() {
         const auto at = std::find_if(streams_.begin(), streams_.end(), [&](const AVStream* stream) {
             return stream->index == packet_->stream_index;
         });
-        if (at != streams_.end())
-            counters[static_cast<std::size_t>(at - streams_.begin())].add(*packet_);
+        if (at != streams_.end()) counters[static_cast<std::size_t>(at - streams_.begin())].add(*packet_);
         av_packet_unref(packet_.get());
     }
     for (std::size_t i = 0; i < counters.size(); ++i) tracks_[i].frames = counters[i].finish();
     if (format_ == av_find_input_format("mov")) mendEdits(counters);
+    for (std::size_t i = 0; i < counters.size(); ++i) {
+        MediaTrack& track = tracks_[i];
+        const double seconds = static_cast<double>(track.frames) / track.rate;
+        if (seconds > 0) track.kbps = static_cast<double>(counters[i].bytes()) * 8 / 1000 / seconds;
+    }
 }
 
 /// An edit that covers a whole track cuts off an encoder's delay and padding, but its length is counted in

@@ -12,7 +12,6 @@
 namespace kv {
 
 struct MediaReader {
-
     explicit MediaReader(const MediaInput& input) : input_(input), io_(input) {}
     MediaReader(const MediaReader&) = delete;
     MediaReader& operator=(const MediaReader&) = delete;

@@ -14,7 +14,8 @@ constexpr int kFramesOfFreeSize = 4096; ///< in a packet of an encoder that take
 
 /// The encoder's form for samples of so many bits; AV_SAMPLE_FMT_NONE when it has none.
 AVSampleFormat sampleFormatFor(const AVCodec& encoder, int bits) {
-    for (const AVSampleFormat* format = encoder.sample_fmts; format && *format != AV_SAMPLE_FMT_NONE; ++format) {
+    for (const AVSampleFormat* format = encoder.sample_fmts; format && *format != AV_SAMPLE_FMT_NONE;
+         ++format) {
         const AVSampleFormat packed = av_get_packed_sample_fmt(*format);
         if (packed == (bits == 16 ? AV_SAMPLE_FMT_S16 : bits == 24 ? AV_SAMPLE_FMT_S32 : AV_SAMPLE_FMT_FLT))
             return *format;

@@ -59,10 +59,7 @@ constexpr MediaModule kModule{
     .chapterCount = [](const MediaReader* r) { return static_cast<std::int32_t>(r->chapters().size()); },
     .chapter = [](const MediaReader* r, std::int32_t i,
                   MediaChapter* to) { return entry(r->chapters(), i, to); },
-    .scan =
-        [](MediaReader* r) {
-            return guarded([&] { return r->scan(), 1; }, 0);
-        },
+    .scan = [](MediaReader* r) { return guarded([&] { return r->scan(), 1; }, 0); },
     .start =
         [](MediaReader* r, std::int32_t track) {
             return guarded([&] { return track >= 0 && r->start(static_cast<std::size_t>(track)) ? 1 : 0; },
@@ -74,14 +71,9 @@ constexpr MediaModule kModule{
         },
     .create = [](const MediaOutput* output, const MediaTarget* target, char* message,
                  std::int32_t room) { return opened<MediaWriter>(*output, *target, message, room); },
-    .push =
-        [](MediaWriter* w, const void* samples, std::int64_t frames) {
-            return guarded([&] { return w->push(samples, frames) ? 1 : 0; }, 0);
-        },
-    .finish =
-        [](MediaWriter* w) {
-            return guarded([&] { return w->finish() ? 1 : 0; }, 0);
-        },
+    .push = [](MediaWriter* w, const void* samples,
+               std::int64_t frames) { return guarded([&] { return w->push(samples, frames) ? 1 : 0; }, 0); },
+    .finish = [](MediaWriter* w) { return guarded([&] { return w->finish() ? 1 : 0; }, 0); },
     .discard = [](MediaWriter* writer) { delete writer; },
 };
 

@@ -37,7 +37,8 @@ void fillChannels(const From* from, AVFrame& to, int first, int frames, Convert 
     for (int c = 0; c < channels; ++c) {
         const Channel<To, AVFrame> target(to, c, channels);
         for (int i = 0; i < frames; ++i)
-            target.at[static_cast<std::ptrdiff_t>(first + i) * target.stride] = convert(from[i * channels + c]);
+            target.at[static_cast<std::ptrdiff_t>(first + i) * target.stride] =
+                convert(from[i * channels + c]);
     }
 }
 

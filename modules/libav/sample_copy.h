@@ -14,8 +14,8 @@ int formOf(int sampleFormat);
 /// interleaved samples of `channels` channels: the first ones of many, and a single one to all.
 void copyOut(const AVFrame& from, int first, int frames, int channels, void* to);
 
-/// Puts interleaved samples into a frame from its `first`-th place on. `bits` are those of the frame's samples:
-/// 16 and 24 integers, 0 floats; what comes is 16-bit integers for 16 and else floats.
+/// Puts interleaved samples into a frame from its `first`-th place on. `bits` are those of the frame's
+/// samples: 16 and 24 integers, 0 floats; what comes is 16-bit integers for 16 and else floats.
 void copyIn(const void* from, AVFrame& to, int first, int frames, int bits);
 
 } // namespace kv::libav

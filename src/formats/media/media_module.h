@@ -41,7 +41,7 @@ struct MediaTrack {
     std::int32_t bits;     ///< per sample before coding; 0: the coding has none of its own
     std::int32_t form;     ///< MediaForm that it decodes to
     std::int32_t lossless; ///< 1: decoding gives what was encoded
-    double kbps;           ///< kbit/s; 0: unknown
+    double kbps;           ///< kbit/s on average; 0 until `scan`
     std::int64_t frames;   ///< that decoding gives; 0 until `scan`
 };
 
@@ -66,7 +66,8 @@ struct MediaTarget {
     std::int32_t channels;      ///< 1 or 2
     std::int32_t bits;          ///< of a lossless encoder: 16, pushed as kMediaInt16, or 24; else 0
     double kbps;                ///< kbit/s of a lossy encoder
-    std::int32_t flushFrames;   ///< frames of silence that push an encoder's delay out, where nothing records it
+    std::int32_t
+        flushFrames; ///< frames of silence that push an encoder's delay out, where nothing records it
     const MediaText* texts;
     std::int32_t textCount;
     const MediaChapter* chapters;

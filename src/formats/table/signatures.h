@@ -75,6 +75,7 @@ int mpegLayer(ByteSpan start, u32, u64) {
     return mpegAudio(start, Layer);
 }
 
+int quickTime(ByteSpan start, u32 subType, u64 fileSize);     ///< its brand, or a box that begins older movies
 int waveForm(ByteSpan start, u32 subType, u64 fileSize);      ///< RIFF WAVE, or its 64-bit or big-endian form
 int broadcastWave(ByteSpan start, u32 subType, u64 fileSize); ///< WAVE with an early "bext" chunk, else 2
 int wave64(ByteSpan start, u32 subType, u64 fileSize);
