@@ -5,9 +5,11 @@
 namespace kv::libav {
 namespace {
 
-/// A frame of 65,535 equal samples takes some 10 bytes in the densest of codings; more frames to a byte are a
-/// lie of a table.
-constexpr std::int64_t kMostFramesPerByte = 16384;
+/// More frames to a byte are a lie of a table: 65,535 equal samples take some 10 bytes of FLAC, and the
+/// largest frame of Monkey's Audio 8 bytes when it is silent.
+std::int64_t mostFramesPerByte(AVCodecID coding) {
+    return coding == AV_CODEC_ID_APE ? 1179648 / 8 : 16384;
+}
 
 /// All packets of a stream of this coding hold as many frames, or as many as their bytes tell.
 bool hasRegularPackets(AVCodecID coding) {
@@ -41,6 +43,10 @@ double framesPerTick(const AVStream& stream) {
     return 0;
 }
 
+std::int64_t u32le(const std::uint8_t* data) {
+    return data[0] | data[1] << 8 | data[2] << 16 | std::int64_t{data[3]} << 24;
+}
+
 } // namespace
 
 Skips skipsOf(const AVPacket& packet) {
@@ -48,12 +54,7 @@ Skips skipsOf(const AVPacket& packet) {
     std::size_t size = 0;
     const std::uint8_t* data = av_packet_get_side_data(&packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
     if (!data || size < kBytes) return {};
-    const auto u32le = [data](std::size_t at) {
-        std::int64_t value = 0;
-        for (std::size_t i = 4; i-- > 0;) value = value << 8 | data[at + i];
-        return value;
-    };
-    return {u32le(0), u32le(4)};
+    return {u32le(data), u32le(data + 4)};
 }
 
 FrameCounter::FrameCounter(const AVStream& stream) : stream_(stream) {
@@ -63,7 +64,10 @@ FrameCounter::FrameCounter(const AVStream& stream) : stream_(stream) {
 
 /// Frames that the packet stands for, before anything is dropped.
 std::int64_t FrameCounter::framesOf(const AVPacket& packet, std::int64_t regular) const {
-    const std::int64_t most = packet.size * kMostFramesPerByte;
+    const AVCodecID coding = stream_.codecpar->codec_id;
+    const std::int64_t most = packet.size * mostFramesPerByte(coding);
+    if (coding == AV_CODEC_ID_APE) // libavformat puts their number ahead of the packet
+        return packet.size < 8 ? 0 : std::min(u32le(packet.data), most);
     const double perTick = framesPerTick(stream_);
     if (perTick == 0 || packet.duration <= 0) return std::min(regular, most);
     // The last packet may be shorter than what it decodes to.

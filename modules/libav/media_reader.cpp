@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "libav/frame_counter.h"
-#include "libav/movie_scale.h"
+#include "libav/movie_boxes.h"
 #include "libav/sample_copy.h"
 
 namespace kv {
@@ -109,6 +109,7 @@ void MediaReader::listTexts() {
     for (const char* key : {"title", "artist", "album", "comment", "copyright", "encoded_by"}) {
         const char* value = textOf(file_->metadata, key);
         if (!value && streams_.size() == 1) value = textOf(streams_[0]->metadata, key);
+        if ((!value || !*value) && isMovie()) value = ownTexts_.emplace_back(assetText(input_, key)).c_str();
         if (value && *value) texts_.push_back({key, value});
     }
 }
@@ -138,7 +139,7 @@ void MediaReader::scan() {
         av_packet_unref(packet_.get());
     }
     for (std::size_t i = 0; i < counters.size(); ++i) tracks_[i].frames = counters[i].finish();
-    if (format_ == av_find_input_format("mov")) mendEdits(counters);
+    if (isMovie()) mendEdits(counters);
     for (std::size_t i = 0; i < counters.size(); ++i) {
         MediaTrack& track = tracks_[i];
         const double seconds = static_cast<double>(track.frames) / track.rate;

@@ -1,7 +1,9 @@
 // A media file being read.
 #pragma once
 
+#include <deque>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "formats/media/media_module.h"
@@ -26,6 +28,7 @@ struct MediaReader {
     std::int64_t decode(void* to, std::int64_t frames);
 
 private:
+    bool isMovie() const { return format_ == av_find_input_format("mov"); }
     void listTracks();
     void listTexts();
     void listChapters();
@@ -39,6 +42,7 @@ private:
     std::vector<MediaTrack> tracks_;
     std::vector<AVStream*> streams_; ///< of the tracks
     std::vector<MediaText> texts_;
+    std::deque<std::string> ownTexts_; ///< those that libav doesn't hold
     std::vector<MediaChapter> chapters_;
 
     // Of the track that is decoded.

@@ -41,7 +41,7 @@ const char* MediaWriter::openEncoder(const MediaTarget& target) {
     if (!encoder) return "The installed libavcodec lacks the encoder";
     codec_.reset(made(avcodec_alloc_context3(encoder)));
     bits_ = target.bits;
-    flushFrames_ = target.flushFrames;
+    edgeFrames_ = target.edgeFrames;
     codec_->sample_fmt = sampleFormatFor(*encoder, bits_);
     if (codec_->sample_fmt == AV_SAMPLE_FMT_NONE) return "The encoder doesn't take such samples";
     codec_->sample_rate = target.rate;
@@ -74,9 +74,10 @@ const char* MediaWriter::openMuxer(const MediaTarget& target) {
     addChapters(target);
     Dictionary options;
     options.parse(target.muxerOptions);
-    if (avformat_write_header(file_.get(), options.address()) < 0 || !options.empty())
-        return "The format can't hold this rate or number of channels";
-    return nullptr;
+    const int done = avformat_write_header(file_.get(), options.address());
+    if (file_->pb->error < 0) return "Writing to file failed";
+    if (done < 0 || !options.empty()) return "The format can't hold this rate or number of channels";
+    return pushEdge() ? nullptr : "Writing to file failed";
 }
 
 void MediaWriter::addTexts(const MediaTarget& target) {
@@ -135,9 +136,13 @@ bool MediaWriter::push(const void* samples, std::int64_t frames) {
     return true;
 }
 
+bool MediaWriter::pushEdge() {
+    const std::vector<float> silence(static_cast<std::size_t>(edgeFrames_ * codec_->ch_layout.nb_channels));
+    return push(silence.data(), edgeFrames_);
+}
+
 bool MediaWriter::finish() {
-    const std::vector<float> silence(static_cast<std::size_t>(flushFrames_ * codec_->ch_layout.nb_channels));
-    if (!push(silence.data(), flushFrames_)) return false;
+    if (!pushEdge()) return false;
     if (heldFrames_ > 0 && !encodeHeld()) return false;
     if (avcodec_send_frame(codec_.get(), nullptr) < 0 || !writePackets()) return false;
     if (av_write_trailer(file_.get()) < 0) return false;

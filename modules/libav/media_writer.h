@@ -21,6 +21,7 @@ private:
     const char* openMuxer(const MediaTarget& target);
     void addTexts(const MediaTarget& target);
     void addChapters(const MediaTarget& target);
+    bool pushEdge();
     bool encodeHeld();
     bool writePackets();
 
@@ -30,7 +31,7 @@ private:
     AVStream* stream_ = nullptr;
     libav::PacketPtr packet_{libav::made(av_packet_alloc())};
     libav::FramePtr held_{libav::made(av_frame_alloc())}; ///< filled until the encoder's frame is full
-    int heldFrames_ = 0, capacity_ = 0, bits_ = 0, flushFrames_ = 0;
+    int heldFrames_ = 0, capacity_ = 0, bits_ = 0, edgeFrames_ = 0;
     std::int64_t written_ = 0; ///< frames that went to the encoder
 };
 

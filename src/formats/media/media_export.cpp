@@ -200,7 +200,7 @@ bool media_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool 
         .channels = static_cast<i32>(wanted.channels),
         .bits = coding.bits,
         .kbps = coding.bits == 0 ? chooseKbps(kind, wave, wanted.channels, rate, bitRate) : 0,
-        .flushFrames = static_cast<i32>(kind.flushFrames),
+        .edgeFrames = static_cast<i32>(kind.edgeFrames),
         .texts = texts.data(),
         .textCount = static_cast<i32>(texts.size()),
         .chapters = chapters.data(),

@@ -58,7 +58,7 @@ constexpr MediaKindRow kKinds[] = {
      .encoder = "wmav2",
      .keepsTexts = true,
      .keepsEngineer = true,
-     .flushFrames = 2048},
+     .edgeFrames = 2048},
     readOnly("amr_Imp", "amr"),
     readOnly("cod_Imp", "amr"),
     readOnly("ape_Imp", "ape"),

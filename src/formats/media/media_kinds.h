@@ -42,7 +42,7 @@ struct MediaKindRow {
     bool keepsTexts = false; ///< all but the engineer
     bool keepsEngineer = false;
     bool keepsCues = false;
-    u32 flushFrames = 0; ///< an encoder's delay that the container doesn't record
+    u32 edgeFrames = 0; ///< that decoders drop at the start, and that an encoder still holds at the end
 };
 /// The row of a kind; that of the first one for a number that is none.
 const MediaKindRow& mediaKind(u32 kind);

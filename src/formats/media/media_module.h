@@ -66,8 +66,7 @@ struct MediaTarget {
     std::int32_t channels;      ///< 1 or 2
     std::int32_t bits;          ///< of a lossless encoder: 16, pushed as kMediaInt16, or 24; else 0
     double kbps;                ///< kbit/s of a lossy encoder
-    std::int32_t
-        flushFrames; ///< frames of silence that push an encoder's delay out, where nothing records it
+    std::int32_t edgeFrames;    ///< frames of silence ahead of the samples and behind them
     const MediaText* texts;
     std::int32_t textCount;
     const MediaChapter* chapters;

