@@ -1,6 +1,7 @@
 #include "libav/media_writer.h"
 
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "libav/sample_copy.h"
@@ -96,8 +97,8 @@ void MediaWriter::addChapters(const MediaTarget& target) {
         file_->chapters[file_->nb_chapters++] = chapter;
         chapter->id = static_cast<std::int64_t>(i);
         chapter->time_base = codec_->time_base;
-        chapter->start = static_cast<std::int64_t>(from.start * target.rate + 0.5);
-        chapter->end = static_cast<std::int64_t>(from.end * target.rate + 0.5);
+        chapter->start = std::llround(from.start * target.rate);
+        chapter->end = std::llround(from.end * target.rate);
         av_dict_set(&chapter->metadata, "title", from.title, 0);
     }
 }
