@@ -100,8 +100,10 @@ bool readPart(std::string_view key, std::string_view value, BatchOutput& output)
     return true;
 }
 
-bool fitsRow(const BatchOutput& output) {
+bool fitsRow(BatchOutput& output) {
     const FormatRow& row = *workspace().formats->row(output.row);
+    if (output.bitRate > 0 && (output.format & kCodeMask) == kCodeMask && (row.dataMask & kCompressed) != 0)
+        output.format = (output.format & ~kCodeMask) | kCompressed; // nothing else has a bit rate
     constexpr u32 kChannelBits = kMonoBit | kStereoBit;
     if ((row.dataMask & kCodeMask) != 0 && (row.dataMask & output.format & kCodeMask) == 0)
         return Fail(kContext, "\"{}\" files can't hold that data format", row.description);

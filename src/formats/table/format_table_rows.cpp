@@ -5,12 +5,12 @@
 #include "formats/audio/chunked/aiff.h"
 #include "formats/audio/chunked/au.h"
 #include "formats/audio/chunked/caf.h"
+#include "formats/audio/classic/classic_files.h"
 #include "formats/audio/packed/aac.h"
 #include "formats/audio/packed/flac.h"
 #include "formats/audio/packed/mpeg.h"
 #include "formats/audio/packed/ogg.h"
 #include "formats/audio/packed/wavpack.h"
-#include "formats/audio/classic/classic_files.h"
 #include "formats/audio/raw.h"
 #include "formats/audio/raw_coded.h"
 #include "formats/audio/various/various_files.h"
@@ -25,6 +25,9 @@
 #include "formats/banks/soundfont/sf_reader.h"
 #include "formats/banks/soundfont/sf_writer.h"
 #include "formats/codecs/sndfile_stream.h"
+#include "formats/media/media_export.h"
+#include "formats/media/media_import.h"
+#include "formats/media/media_kinds.h"
 #include "formats/songs/smf.h"
 #include "formats/table/signatures.h"
 #include "model/item_id.h"
@@ -59,6 +62,8 @@ constexpr u32 negative(u32 value) {
 /// The header's size and the bits of a sample, which are always the same.
 constexpr DetectFn kSoundDesigner = magicPair<"\x05\x38", "\x00\x10", 1028, 0>;
 constexpr DetectFn kSampledVoice = eitherForm<"FORM", "8SVX", "16SV">;
+constexpr u32 kMediaMask = kCompressed | kMonoBit | kStereoBit;
+
 constexpr DetectFn kAsf = magic<"\x30\x26\xB2\x75\x8E\x66\xCF\x11\xA6\xD9\x00\xAA\x00\x62\xCE\x6C">;
 
 // extension, description, use, classes, data mask, sub-type, detect, import, export, streams, options,
@@ -74,8 +79,8 @@ constexpr FormatRow kRows[] = {
     {"*", "Unrecognized", R, kWave, 0, 0, detectAlways2, unrecognized_Imp},
 
     {"32", "Raw Yamaha DX7 voice", R, kInstrument, 0, 0, detectAlways2},
-    {"3g2", "3GPP project 2", RW, kWave, 0xD000000, 0, magic<"ftyp3g2", 4>},
-    {"3gp", "3GPP", RW, kWave, 0xD000000, 0, magic<"ftyp3gp", 4>},
+    {"3g2", "3GPP project 2", RW, kWave, kMediaMask, kMedia3g2, magic<"ftyp3g2", 4>, media_Imp, media_Exp, false, media_Options},
+    {"3gp", "3GPP", RW, kWave, kMediaMask, kMedia3gp, magic<"ftyp3gp", 4>, media_Imp, media_Exp, false, media_Options},
 
     {"404", "Muon DS404 bank", RW, kInstruments, 0xC000004},
     {"404", "Muon DS404 patch", RW, kInstrument, 0xC000004},
@@ -84,10 +89,10 @@ constexpr FormatRow kRows[] = {
 
     {"a3s", "Yamaha A3000 sample", R, kWave},
     {"aac", "MPEG 2/4 AAC", R, kWave, 0, 0, aacStream, aac_Imp},
-    {"aac", "MPEG 2 AAC - Low Complexity", W, kWave, 0xD000000},
-    {"aac", "MPEG 2 AAC - Main Profile", W, kWave, 0xD000000},
-    {"aac", "MPEG 4 AAC - Low Complexity", W, kWave, 0xD000000},
-    {"aac", "MPEG 4 AAC - Main Profile", W, kWave, 0xD000000},
+    {"aac", "MPEG 2 AAC - Low Complexity", W, kWave, kMediaMask, kMediaAacMpeg2, nullptr, nullptr, media_Exp, true, media_Options},
+    {"aac", "MPEG 2 AAC - Main Profile", W, kWave, kMediaMask, kMediaAacMpeg2Main, nullptr, nullptr, media_Exp, true, media_Options},
+    {"aac", "MPEG 4 AAC - Low Complexity", W, kWave, kMediaMask, kMediaAac, nullptr, nullptr, media_Exp, true, media_Options},
+    {"aac", "MPEG 4 AAC - Main Profile", W, kWave, kMediaMask, kMediaAacMain, nullptr, nullptr, media_Exp, true, media_Options},
     {"afc", "Compressed AIFF", R, kWave, 0, 0, form<"FORM", "AIFC">, aif_Imp},
     {"aif", "Audio interchange", RW, kWave, 0xC0003F5, 0, aiffForm, aif_Imp, aif_Exp, true},
     {"aiff", "Audio interchange", RW, kWave, 0xC0003F5, 0, aiffForm, aif_Imp, aif_Exp, true},
@@ -97,18 +102,18 @@ constexpr FormatRow kRows[] = {
     {"akp", "AKAI S5000 program", RW, kFullInstrument, 0xC000014, 0, form<"RIFF", "APRG">},
     {"alaw", "G.711 A-law", RW, kWave, 0xC080200, 0, detectAlways2, raw_Imp<kALaw>, raw_Exp, true},
     {"alw", "G.711 A-law", RW, kWave, 0xC080200, 0, detectAlways2, raw_Imp<kALaw>, raw_Exp, true},
-    {"amr", "MIME AMR file storage", RW, kWave, 0x5000000, 0, magic<"#!AMR">},
+    {"amr", "MIME AMR file storage", RW, kWave, 0x5000000, kMediaAmr, magic<"#!AMR">, media_Imp},
     {"ams", "Extreme Tracker module", R, kOwn, 0, 0, magic<"Extreme">},
     {"ams", "Velvet Studio module", R, kOwn, 0, 0, magic<"AMShdr\x1A">},
-    {"ape", "Monkey Audio lossless", RW, kWave, 0xC000015, 0, magic<"MAC ">},
+    {"ape", "Monkey Audio lossless", RW, kWave, 0xC000015, kMediaApe, magic<"MAC ">, media_Imp},
     {"apex", "AVM Sample Studio bank", RW, kInstruments, 0xC000004},
     {"arl", "Aureal 'Aspen' bank", RW, kWaveBank, 0x4000005},
     {"ase", "Velvet Studio sample", R, kWave},
-    {"asf", "ActiveMovie streaming", R, kWave, 0, 0, kAsf},
+    {"asf", "ActiveMovie streaming", R, kWave, 0, kMediaAsf, kAsf, media_Imp},
     {"atak??", "Soundscape audio-take", R, kWave},
     {"atak1a", "Soundscape audio-take", W, kWave, 0x4000004},
     {"au", "Sun/NeXT/DEC audio", RW, kWave, 0xC0003F5, 0, sunAudio, au_Imp, au_Exp, true},
-    {"avi", "Audio video interleave", R, kWave, 0, 0, form<"RIFF", "AVI ">},
+    {"avi", "Audio video interleave", R, kWave, 0, kMediaAvi, form<"RIFF", "AVI ">, media_Imp},
     {"avr", "Audio Visual Research", R, kWave, 0, 0, magic<"2BIT">, avr_Imp},
 
     {"bn4", "Yamaha DX100/DX21/DX27 voice SysEx", R, kInstruments},
@@ -123,7 +128,7 @@ constexpr FormatRow kRows[] = {
     {"cda", "Audio CD track", R, kWave, 0, 0, form<"RIFF", "CDDA">},
     {"cdr", "Audio CD raw data", R, kWave, 0, 0, detectAlways2, fixed_Imp<FixedLayout::CdRaw>},
     {"cmf", "Creative Labs music", R, kChipSong, 0, 0, magic<"CTMF">},
-    {"cod", "3GPP AMR if-format 2'", RW, kWave, 0x5000000, 0, detectAlways2},
+    {"cod", "3GPP AMR if-format 2'", RW, kWave, 0x5000000, kMediaAmrIf2, detectAlways2, media_Imp},
 
     {"dcm", "DCM module", R, kOwn, 0, 0, magicPair<"WUFF", "DCMw", 4, kWeakSignature>},
     {"dvd-16-44", "LPCM 16-bit 44kHz stereo", R, kWave, 0, 0, detectAlways2, dvd_Imp<16, 44100>},
@@ -300,8 +305,8 @@ constexpr FormatRow kRows[] = {
     {"ksf", "Korg M3 sample", W, kWave, 0xC000005, 0x75},
     {"ksf", "Korg Kronos sample", W, kWave, 0xC000005, 0x68},
 
-    {"m4a", "iTunes MPEG-4 audio", RW, kWave, 0xD000000, 0, magic<"ftypM4A", 4>},
-    {"m4r", "iPhone ring-tone", RW, kWave, 0xD000000, 0, magic<"ftypM4A", 4>},
+    {"m4a", "iTunes MPEG-4 audio", RW, kWave, kMediaMask | kPcm16 | kPcm24, kMediaM4a, magic<"ftypM4A", 4>, media_Imp, media_Exp, false, media_Options},
+    {"m4r", "iPhone ring-tone", RW, kWave, kMediaMask, kMediaM4r, magic<"ftypM4A", 4>, media_Imp, media_Exp, false, media_Options},
     {"map", "NI Reaktor", R, kInstrument},
     {"map", "NI Reaktor - Embedded", W, kInstrument, 0xC000014},
     {"map", "NI Reaktor - Linked", W, kInstrument, 0xC000014},
@@ -310,13 +315,13 @@ constexpr FormatRow kRows[] = {
     {"mdl", "Digitrakker module", R, kOwn, 0, 0, magic<"DMDL">},
     {"med", "OctaMED module", R, kOwn, 0, 0, magic<"MMD">},
     {"mid", "Standard MIDI", RW, kSongTracks, 0x2000000, negative(1), magic<"MThd">, mid_Imp, mid_Exp, true},
-    {"mka", "Matriska audio", R, kWave, 0, 0, magic<"\x1A\x45\xDF\xA3">},
-    {"mkv", "Matriska video", R, kWave, 0, 0, magic<"\x1A\x45\xDF\xA3">},
+    {"mka", "Matriska audio", R, kWave, 0, kMediaMatroska, magic<"\x1A\x45\xDF\xA3">, media_Imp},
+    {"mkv", "Matriska video", R, kWave, 0, kMediaMatroska, magic<"\x1A\x45\xDF\xA3">, media_Imp},
     {"mld", "i-Melody", R, kSong, 0, 0, magic<"melo">},
     {"mls", "Miles Sound System", R, kOwn},
     {"mmf", "Synthetic music mobile", R, kSong, 0, 0, magic<"MMMD">},
     {"mod", "Tracker module", R, kOwn, 0, 0, protrackerModule},
-    {"mov", "Apple QuickTime movie", RW, kWave, 0xD000005, 0, magic<"ftypqt", 4>},
+    {"mov", "Apple QuickTime movie", RW, kWave, kMediaMask | kPcm16 | kPcm24, kMediaMov, quickTime, media_Imp, media_Exp, false, media_Options},
     {"mp1", "MPEG layer I", R, kWave, 0, 0, mpegLayer<1>, mpeg_Imp},
     {"mp2", "MPEG layer II", R, kWave, 0, 0, mpegLayer<2>, mpeg_Imp},
     {"mp2", "MPEG layer II - CBR", W, kWave, 0xD000000, 0, nullptr, nullptr, mp2_Exp, true, mp2_Options},
@@ -324,11 +329,11 @@ constexpr FormatRow kRows[] = {
     {"mp3", "MPEG layer III - CBR", W, kWave, 0xD000000, kMp3Constant, nullptr, nullptr, mp3_Exp, true, mp3_Options},
     {"mp3", "MPEG layer III - ABR", W, kWave, 0xD000000, kMp3Average, nullptr, nullptr, mp3_Exp, true, mp3_Options},
     {"mp3", "MPEG layer III - VBR", W, kWave, 0xD000000, kMp3Variable, nullptr, nullptr, mp3_Exp, true, mp3_Options},
-    {"mp4", "MPEG-4 base media", RW, kWave, 0xD000000, 0, magic<"ftyp", 4, kWeakSignature>},
+    {"mp4", "MPEG-4 base media", RW, kWave, kMediaMask, kMediaMp4, magic<"ftyp", 4, kWeakSignature>, media_Imp, media_Exp, false, media_Options},
     {"mpa", "MPEG audio", R, kWave, 0, 0, mpegLayer<0>, mpeg_Imp},
-    {"mpg", "MPEG audio", R, kWave, 0, 0, mpegLayer<0>},
-    {"mpeg", "MPEG system stream", R, kWave, 0, 0, magic<"\0\0\1\xBA">},
-    {"mpg", "MPEG system stream", R, kWave, 0, 0, magic<"\0\0\1\xBA">},
+    {"mpg", "MPEG audio", R, kWave, 0, 0, mpegLayer<0>, mpeg_Imp},
+    {"mpeg", "MPEG system stream", R, kWave, 0, kMediaMpeg, magic<"\0\0\1\xBA">, media_Imp},
+    {"mpg", "MPEG system stream", R, kWave, 0, kMediaMpeg, magic<"\0\0\1\xBA">, media_Imp},
     {"mss", "MSS DLS 1 + XMI", RW, kSongTracks, 0x2000000},
     {"mt2", "MadTracker 2 module", R, kOwn, 0, 0, magic<"MT20">},
     {"mti", "MadTracker 2 instrument", RW, kWaveOrInstrument, 0xC000005},
@@ -541,9 +546,9 @@ constexpr FormatRow kRows[] = {
     {"wfd", "TB WaveFront drums", R, kLayerOrInstrument},
     {"wfp", "TB WaveFront program", RW, kLayerOrInstrument, 0x4000004},
     {"wlf", "iD music (700Hz)", R, kChipSong, 0, 0, detectAlways2},
-    {"wma", "Windows Media audio", R, kWave, 0, 0, kAsf},
+    {"wma", "Windows Media audio", R, kWave, 0, kMediaAsf, kAsf, media_Imp},
     {"wma", "Windows Media audio 4", W, kWave, 0xD000000},
-    {"wma", "Windows Media audio 9 CBR", W, kWave, 0xD000000},
+    {"wma", "Windows Media audio 9 CBR", W, kWave, kMediaMask, kMediaWma, nullptr, nullptr, media_Exp, false, media_Options},
     {"wma", "Windows Media audio 9 ABR", W, kWave, 0xD000000},
     {"wma", "Windows Media audio 9 VBR", W, kWave, 0xD000000},
     {"wma", "Windows Media audio 9 Voice", W, kWave, 0xD000000},
@@ -551,7 +556,7 @@ constexpr FormatRow kRows[] = {
     {"wma", "Windows Media audio 9 Pro CBR 24-bit", W, kWave, 0xD000000},
     {"wma", "Windows Media audio 9 Pro ABR 24-bit", W, kWave, 0xD000000},
     {"wma", "Windows Media audio 9 Pro VBR 24-bit", W, kWave, 0xD000000},
-    {"wmv", "Windows Media video", R, kWave, 0, 0, kAsf},
+    {"wmv", "Windows Media video", R, kWave, 0, kMediaAsf, kAsf, media_Imp},
     {"wrf", "Westacott WinRanX", RW, kLayerOrInstrument, 0xC000004},
     {"wrk", "CakeWalk work", R, kSong, 0, 0, magic<"CAKEWALK">},
     {"wusikpack", "Wusikstation pack", R, kOwn},

@@ -47,6 +47,14 @@ ByteSpan behindId3(ByteSpan start) {
 
 } // namespace
 
+int quickTime(ByteSpan start, u32, u64) {
+    if (holdsAt(start, 4, "ftypqt")) return kSignature;
+    for (const std::string_view box : {"moov", "mdat", "wide", "pnot"}) {
+        if (holdsAt(start, 4, box)) return kWeakSignature;
+    }
+    return 0;
+}
+
 int waveForm(ByteSpan start, u32, u64) {
     if (!holdsAt(start, 8, "WAVE")) return 0;
     for (const std::string_view id : {"RIFF", "RF64", "BW64", "RIFX"}) {

@@ -87,9 +87,10 @@ int mpegLayer(ByteSpan start, u32, u64) {
     return mpegAudio(start, Layer);
 }
 
-int aacStream(ByteSpan start, u32 subType, u64 fileSize);     ///< ADTS or ADIF
-int flacStream(ByteSpan start, u32 subType, u64 fileSize);    ///< also behind an ID3 tag
-int waveForm(ByteSpan start, u32 subType, u64 fileSize);      ///< RIFF WAVE, or its 64-bit or big-endian form
+int aacStream(ByteSpan start, u32 subType, u64 fileSize);  ///< ADTS or ADIF
+int flacStream(ByteSpan start, u32 subType, u64 fileSize); ///< also behind an ID3 tag
+int quickTime(ByteSpan start, u32 subType, u64 fileSize);  ///< its brand, or a box that begins older movies
+int waveForm(ByteSpan start, u32 subType, u64 fileSize);   ///< RIFF WAVE, or its 64-bit or big-endian form
 int broadcastWave(ByteSpan start, u32 subType, u64 fileSize); ///< WAVE with an early "bext" chunk, else 2
 int aiffForm(ByteSpan start, u32 subType, u64 fileSize); ///< AIFF; AIFF-C is left to a row of its own, if any
 int sunAudio(ByteSpan start, u32 subType, u64 fileSize); ///< of Sun, NeXT and DEC in either byte order

@@ -126,6 +126,8 @@ bool Conversion::chooseData() {
         if ((row.dataMask & codes) == 0) {
             return Fail("convert", "\"{}\" files can't hold \"{}\"", row.description, options_.data);
         }
+    } else if (options_.bitRate > 0 && (row.dataMask & kCompressed) != 0) {
+        codes = kCompressed; // nothing else has a bit rate
     }
     const u32 channels = options_.channels == "mono"     ? kMonoBit
                          : options_.channels == "stereo" ? kStereoBit

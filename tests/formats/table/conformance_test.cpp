@@ -6,6 +6,8 @@
 #include "formats/format_test.h"
 #include "formats/framework/detection.h"
 #include "formats/framework/format_table.h"
+#include "formats/media/media_import.h"
+#include "formats/media/media_library.h"
 #include "model/instrument.h"
 #include "model/song.h"
 #include "model/store.h"
@@ -74,6 +76,7 @@ TEST_F(Conformance, OfAllRowsThatReadAndWrite) {
     for (int row = 0; formats.row(row); ++row) {
         const FormatRow& format = *formats.row(row);
         if (!format.importFn || !format.exportFn || !format.detectFn || format.extension == "*") continue;
+        if (format.importFn == media_Imp && !mediaModule("test")) continue; // not built here
         SCOPED_TRACE(format.description);
         makeCollection();
         Item* made = itemFor(format);
@@ -107,7 +110,10 @@ TEST_F(Conformance, OfAllRowsThatReadAndWrite) {
         }
         const Wave* last = store().First<Wave>();
         const bool coded = last && last->reader && (last->bits < 8 || last->reader->name == "coded_ImpWave");
-        if (coded) // loses each time
+        if (last && last->reader &&
+            last->reader->name == "media_ImpWave") // loses each time, and its size varies
+            EXPECT_EQ(last->frames, 300U);
+        else if (coded) // loses each time
             EXPECT_EQ(test::readFile(path(2)).size(), test::readFile(path(3)).size());
         else
             EXPECT_EQ(test::readFile(path(2)), test::readFile(path(3))) << "the third writing is the second";
