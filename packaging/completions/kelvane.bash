@@ -37,7 +37,7 @@ _kelvane() {
         info) words="--json --loudness --warnings $input $globals" ;;
         convert) words="--to --data --channels --bit-rate --item --name-mode --parameter-set --report --strict --sub-dirs --force $input $globals" ;;
         edit) words="--output --do --to --data --force $input $globals" ;;
-        batch) words="--mode --to --output --do --jobs --timeout --memory --existing --report --resume --shard --merge-reports --save-job --dry-run --no-sandbox --silence-threshold --separate-subdirs --overwrite-all --same-dir-as-source --keep-subdirs --path-levels --keep-tree --split-stereo --merge-stereo --normalize --trim-start --trim-end --resample --resample-rate --only-downsample --resample-quality --auto-merge-songs $input $globals" ;;
+        batch) words="--mode --to --output --do --effect --jobs --timeout --memory --existing --report --resume --shard --merge-reports --save-job --dry-run --no-sandbox --silence-threshold --separate-subdirs --overwrite-all --same-dir-as-source --keep-subdirs --path-levels --keep-tree --split-stereo --merge-stereo --normalize --trim-start --trim-end --resample --resample-rate --only-downsample --resample-quality --auto-merge-songs $input $globals" ;;
         process) words="--output --do --items --waves --range --to --data --force $input $globals" ;;
         draw) words="--output --waveform --spectrum --spectrogram --loop --waves --range --size --dark --force $input $globals" ;;
         algorithms) words="--audio --midi --instrument --json $globals" ;;

@@ -19,6 +19,7 @@
 #include "model/wave.h"
 #include "model/wave_data.h"
 #include "model/workspace.h"
+#include "plugins/run_effects.h"
 #include "wizards/algorithm_table.h"
 #include "wizards/wave_edit.h"
 #include "wizards/wave_resample.h"
@@ -164,7 +165,10 @@ bool FileConversion::processWave(Wave& wave) const {
         how.threshold = static_cast<f64>(job_.silenceThreshold);
         if (!RemoveSilence(wave, how)) return false;
     }
-    return !job_.normalize || MaximizeAmplitude(wave, MaximizeMode::FixedZero);
+    if (job_.normalize && !MaximizeAmplitude(wave, MaximizeMode::FixedZero)) return false;
+    std::vector<EffectStep> steps;
+    for (const BatchEffect& effect : job_.plugins) steps.push_back({effect.effect, effect.settings, {}});
+    return steps.empty() || runEffects(wave, steps);
 }
 
 bool FileConversion::processAll() {

@@ -172,6 +172,20 @@ std::string outputText(const BatchOutput& output) {
     return text;
 }
 
+BatchEffect readEffect(std::string_view text) {
+    const std::size_t comma = text.rfind(',');
+    if (comma == std::string_view::npos || text.find('=', comma) == std::string_view::npos)
+        return {std::string(text), {}};
+    return {std::string(text.substr(0, comma)), std::string(text.substr(comma + 1))};
+}
+
+bool usesEffects(const BatchJob& job) {
+    const auto hosts = [](const std::string& call) {
+        return call.find("plug-in-effects") != std::string::npos;
+    };
+    return !job.plugins.empty() || std::any_of(job.algorithms.begin(), job.algorithms.end(), hosts);
+}
+
 bool checkJob(const BatchJob& job) {
     if (job.outputs.empty()) return Fail(kContext, "No output format was given");
     if (job.outputs.size() > kMostOutputs)

@@ -80,6 +80,11 @@ std::string levelText(f32 level, bool inDb);
 bool readOutput(std::string_view text, BatchMode mode, BatchOutput& output);
 std::string outputText(const BatchOutput& output);
 
+/// Reads "NAME[,symbol=value symbol=value]".
+BatchEffect readEffect(std::string_view text);
+/// The job runs plug-ins, among its effects or its algorithms.
+bool usesEffects(const BatchJob& job);
+
 /// False with the error pair set for a job that can't be run.
 bool checkJob(const BatchJob& job);
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <map>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "batch/worker_pool.h"
 #include "model/wave_data.h"
 #include "model/workspace.h"
+#include "plugins/effect_info.h"
 
 namespace kv {
 namespace {
@@ -232,6 +234,21 @@ private:
     std::size_t next_ = 0;
 };
 
+/// Where plug-ins of the user stand.
+void addEffectFolders(std::vector<fs::path>& folders) {
+    if (const char* home = std::getenv("HOME")) {
+        for (const char* name : {".ladspa", ".lv2"}) folders.push_back(fs::path(home) / name);
+    }
+    for (const char* variable : {"LADSPA_PATH", "LV2_PATH"}) {
+        const char* paths = std::getenv(variable);
+        for (std::string_view rest = paths ? paths : ""; !rest.empty();) {
+            const std::size_t end = rest.find(':');
+            if (end > 0) folders.emplace_back(rest.substr(0, end));
+            rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+        }
+    }
+}
+
 bool BatchRun::prepareFolders() const {
     if (job_.sameDirAsSource || settings_.dryRun) return true;
     std::error_code failed;
@@ -382,11 +399,15 @@ void BatchRun::end(u64 id) {
 bool BatchRun::run() {
     if (!prepareFolders() || !resume()) return false;
     findContended();
+    // Looking for plug-ins starts processes, which the sandbox refuses.
+    if (usesEffects(job_)) (void)installedEffects();
     std::optional<Sandbox> sandbox;
     if (settings_.sandbox) {
         const std::vector<fs::path> roots = list_.roots();
         const std::vector<fs::path> target{job_.outputDir};
-        sandbox.emplace(roots, job_.sameDirAsSource ? roots : target);
+        std::vector<fs::path> readable = roots;
+        if (usesEffects(job_)) addEffectFolders(readable);
+        sandbox.emplace(readable, job_.sameDirAsSource ? roots : target);
     }
     BatchWorker worker(job_, settings_);
     WorkerSettings processes;

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "base/run_context.h"
-#include "base/toml_text.h"
 #include "batch/batch_job.h"
+#include "samples/toml_text.h"
 
 namespace kv {
 namespace {

@@ -18,7 +18,7 @@
 #include "base/text.h"
 #include "formats/framework/parameter_sets.h"
 #include "samples/text_codec.h"
-#include "base/toml_text.h"
+#include "samples/toml_text.h"
 
 namespace kv {
 namespace {

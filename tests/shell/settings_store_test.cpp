@@ -3,7 +3,7 @@
 #include <set>
 
 #include "base/run_context.h"
-#include "base/toml_text.h"
+#include "samples/toml_text.h"
 #include "test_support.h"
 
 namespace kv {

@@ -81,7 +81,7 @@ TEST_F(AudioWizardTest, TheLastRunIsRepeatedWithItsRangeAndValues) {
     EXPECT_EQ(repeatLast(items), nullptr);
     setTypedRange(items, 4, 8);
     items.rangeOn = true;
-    const AlgorithmCall call = callOf("adjust-volume:change=6.5");
+    const AlgorithmCall call = callOf("adjust-volume:by=6.5");
     EXPECT_EQ(wizardTitle(items, *call.algorithm),
               "Audio processing wizard - Adjust volume - " + wave->name().str());
     ASSERT_TRUE(runAndRemember(call, items, said));
@@ -92,7 +92,7 @@ TEST_F(AudioWizardTest, TheLastRunIsRepeatedWithItsRangeAndValues) {
     const Algorithm* last = repeatLast(items);
     ASSERT_NE(last, nullptr);
     EXPECT_EQ(last->name, "Adjust volume");
-    EXPECT_EQ(lastCallOf(*last).values.number("change"), 6.5);
+    EXPECT_EQ(lastCallOf(*last).values.number("by"), 6.5);
     EXPECT_TRUE(items.rangeOn);
     EXPECT_EQ(std::pair(items.rangeFrom, items.rangeTo), std::pair(4U, 6U)) << "no wider than the wave";
     EXPECT_EQ(shorter->selEnd, 6);
@@ -107,10 +107,11 @@ TEST_F(AudioWizardTest, EveryCallComesBackFromItsText) {
     for (const Algorithm& algorithm : algorithms()) {
         AlgorithmCall call{&algorithm, ParameterValues(algorithm)};
         for (const Parameter& parameter : algorithm.parameters) {
-            if (parameter.kind == ParameterKind::Text || parameter.kind == ParameterKind::Wave)
-                ASSERT_TRUE(call.values.set(parameter.slug, "a \"quoted\", one"));
-            else if (parameter.kind == ParameterKind::Switch)
-                ASSERT_TRUE(call.values.set(parameter.slug, parameter.initial != 0 ? "0" : "1"));
+            const bool text = parameter.kind == ParameterKind::Text || parameter.kind == ParameterKind::Wave;
+            const bool flag = parameter.kind == ParameterKind::Switch;
+            const std::string_view other = parameter.initial != 0 ? "0" : "1";
+            if (!text && !flag) continue;
+            ASSERT_TRUE(call.values.set(parameter.slug, text ? "a \"quoted\", one" : other));
         }
         const std::optional<AlgorithmCall> back = parseAlgorithmCall(textOf(call), algorithms());
         ASSERT_TRUE(back) << textOf(call) << space.error.message;

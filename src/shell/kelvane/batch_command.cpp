@@ -70,6 +70,8 @@ bool buildJob(const BatchOptions& options, BatchJobFile& file) {
     if (options.job.contains("resample-rate")) job.resample = true;
     if (options.job.contains("path-levels")) job.keepSubdirs = true;
     if (!options.algorithms.empty()) job.algorithms = options.algorithms;
+    if (!options.effects.empty()) job.plugins.clear();
+    for (const std::string& text : options.effects) job.plugins.push_back(readEffect(text));
     return options.threshold.empty() || readLevel(options.threshold, job.silenceThreshold);
 }
 

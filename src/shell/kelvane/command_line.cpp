@@ -324,6 +324,12 @@ void CommandLine::addBatch() {
                      "Algorithm with its parameters, repeated for more; `kelvane algorithms` lists them")
         ->type_name("ALGORITHM")
         ->allow_extra_args(false);
+    command
+        ->add_option(
+            "--effect", batch_.effects,
+            "Audio effect as NAME[,SYMBOL=VALUE SYMBOL=VALUE], up to four; `kelvane plugins` lists them")
+        ->type_name("EFFECT")
+        ->allow_extra_args(false);
     command->add_option("-j,--jobs", batch_.workers, "Processes; else one a core")
         ->type_name("N")
         ->check(CLI::Range(1U, 1024U));

@@ -1,4 +1,4 @@
-#include "base/toml_text.h"
+#include "samples/toml_text.h"
 
 #include <fmt/format.h>
 
