@@ -102,7 +102,7 @@ bool readPart(std::string_view key, std::string_view value, BatchOutput& output)
 
 bool fitsRow(BatchOutput& output) {
     const FormatRow& row = *workspace().formats->row(output.row);
-    if (output.bitRate > 0 && (output.format & kCodeMask) == kCodeMask && (row.dataMask & kCompressed) != 0)
+    if (output.bitRate > 0 && (output.format & kCodeMask) == kCodeMask && row.optionsFn)
         output.format = (output.format & ~kCodeMask) | kCompressed; // nothing else has a bit rate
     constexpr u32 kChannelBits = kMonoBit | kStereoBit;
     if ((row.dataMask & kCodeMask) != 0 && (row.dataMask & output.format & kCodeMask) == 0)
