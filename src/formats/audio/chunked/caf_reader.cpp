@@ -1,7 +1,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <limits>
 #include <map>
 #include <vector>
 
@@ -20,6 +22,7 @@ namespace {
 
 constexpr std::string_view kContext = "caf_Imp";
 constexpr std::size_t kMostTables = 1 << 24; // bytes of markers, regions or strings
+constexpr u64 kEditCountBytes = 4;           // ahead of the samples
 
 /// The desc chunk.
 struct Description {
@@ -126,6 +129,14 @@ private:
     std::vector<Marker> markers_;
 };
 
+/// A chunk could begin there, or the file ends.
+bool chunkStandsAt(ByteSource& source, u64 at) {
+    std::array<std::byte, 4> id{};
+    const std::size_t count = source.readAt(at, id);
+    return count == 0 || std::all_of(id.begin(), id.end(),
+                                     [](std::byte b) { return b >= std::byte{0x20} && b < std::byte{0x7F}; });
+}
+
 bool CafParser::collect() {
     constexpr std::string_view kIds[] = {"desc", "data", "pakt", "info", "strg", "inst", "regn", "mark"};
     constexpr u64 kFileHeaderBytes = 8, kChunkHeaderBytes = 12;
@@ -139,6 +150,10 @@ bool CafParser::collect() {
         chunk.id = in.u32le();
         chunk.statedSize = in.u64be();
         chunk.start = at + kChunkHeaderBytes;
+        // A writer that was cut off: no size yet, and samples where a chunk should be.
+        if (chunk.id == fourcc("data") && chunk.statedSize <= kEditCountBytes &&
+            !chunkStandsAt(*file_.source, chunk.start + chunk.statedSize))
+            chunk.statedSize = std::numeric_limits<u64>::max();
         chunk.size = std::min(chunk.statedSize, end - chunk.start); // -1 is up to the end, as it has to be
         if (std::any_of(std::begin(kIds), std::end(kIds), [&](auto id) { return fourcc(id) == chunk.id; }))
             chunks_.emplace(chunk.id, chunk);
@@ -188,7 +203,6 @@ Wave* CafParser::importLinear(u64 start, u64 bytes) {
 }
 
 bool CafParser::samples() {
-    constexpr u64 kEditCountBytes = 4;
     const Chunk& data = *find("data");
     const u64 skipped = std::min(data.size, kEditCountBytes);
     const u64 start = data.start + skipped;

@@ -124,10 +124,12 @@ TEST_F(AuCaf, CafPlacesOfOtherProgramsAreTaken) {
 
     Bytes open = caf({}, test::bigEndian16(samples));
     const std::size_t size = textOf(open).find("data") + 4;
-    std::fill_n(open.begin() + static_cast<std::ptrdiff_t>(size), 8, std::byte{0xFF});
-    wave = import(open, "a.caff");
-    ASSERT_TRUE(wave) << failure();
-    EXPECT_EQ(firstSamples(*wave), samples);
+    for (const u8 value : {u8{0xFF}, u8{0}}) {
+        std::fill_n(open.begin() + static_cast<std::ptrdiff_t>(size), 8, std::byte{value});
+        wave = import(open, "a.caff");
+        ASSERT_TRUE(wave) << failure();
+        EXPECT_EQ(firstSamples(*wave), samples);
+    }
 }
 
 TEST_F(AuCaf, PacketTableEndsAStream) {
