@@ -356,7 +356,7 @@ i32 Decoder::meanOf(const Channel& channel) const {
 }
 
 void Decoder::remember(Channel& channel) const {
-    const i64 frames = static_cast<i64>(channel.frames);
+    const i64 frames = std::max<i64>(static_cast<i64>(channel.frames), 1);
     i64 sum = header_.version < 2 ? 0 : frames / 2;
     for (std::size_t i = 0; i < channel.frames; ++i) sum += channel.samples[history_ + i];
     const i32 mean = wrap(sum / frames);
@@ -410,11 +410,11 @@ void Decoder::interleave(u32 channels, std::span<i16> to) const {
 u8 muLawByte(i32 value) {
     const u32 sign = value < 0 ? 0x80 : 0;
     const u32 biased = static_cast<u32>(std::min(value < 0 ? -value : value, 32635) + 132);
-    const u32 segment = static_cast<u32>(std::bit_width(biased)) - 8;
+    const u32 segment = std::max(static_cast<u32>(std::bit_width(biased)), 8U) - 8;
     return static_cast<u8>(~(sign | segment << 4 | (biased >> (segment + 3) & 15)));
 }
 
-std::unique_ptr<ShortenDecoder> ShortenDecoder::open(std::shared_ptr<ByteSource> source) {
+std::unique_ptr<ShortenDecoder> ShortenDecoder::open(const std::shared_ptr<ByteSource>& source) {
     auto decoder = std::make_unique<Decoder>(source);
     if (!decoder->start(*source)) return nullptr;
     return decoder;
