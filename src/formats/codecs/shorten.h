@@ -41,7 +41,7 @@ struct ShortenHeader {
 class ShortenDecoder {
 public:
     /// Null with the error pair set when it is no such stream, or one of a kind that isn't read.
-    static std::unique_ptr<ShortenDecoder> open(std::shared_ptr<ByteSource> source);
+    static std::unique_ptr<ShortenDecoder> open(const std::shared_ptr<ByteSource>& source);
     virtual ~ShortenDecoder() = default;
 
     virtual const ShortenHeader& header() const = 0;

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "base/run_context.h"
+#include "formats/codecs/rice_input.h"
 #include "formats/codecs/shorten.h"
 #include "samples/kernels.h"
 
@@ -21,86 +22,6 @@ constexpr u32 kMostForeignBytes = 1 << 20;
 constexpr u64 kMostSamplesPerByte = 4096;
 
 enum class Command : u32 { Diff0, Diff1, Diff2, Diff3, Quit, BlockSize, BitShift, Lpc, Zero, Verbatim };
-
-/// Bits, most significant first. Past the end all are zero and `ok()` is false.
-class BitInput {
-public:
-    BitInput(std::shared_ptr<ByteSource> source, u64 start) : source_(std::move(source)), next_(start) {}
-
-    /// At most 32 bits.
-    u32 bits(u32 count) {
-        if (count == 0) return 0;
-        if (held_ < count) refill();
-        if (held_ < count) return fail();
-        const u64 value = cache_ >> (64 - count);
-        drop(count);
-        return static_cast<u32>(value);
-    }
-    /// Zeros ahead of the next one.
-    u32 zeros() {
-        u32 count = 0;
-        while (true) {
-            if (held_ == 0) refill();
-            if (held_ == 0) return fail();
-            const u32 leading = std::min(static_cast<u32>(std::countl_zero(cache_)), held_);
-            count += leading;
-            if (leading < held_) {
-                drop(leading + 1);
-                return count;
-            }
-            drop(leading);
-        }
-    }
-    /// A Rice code with so many low bits.
-    u32 code(u32 lowBits) {
-        if (lowBits > 31) return fail();
-        const u64 value = u64{zeros()} << lowBits;
-        const u64 all = value | bits(lowBits);
-        return all > 0xFFFFFFFF ? fail() : static_cast<u32>(all);
-    }
-    /// One with a sign, which is the lowest bit.
-    i32 signedCode(u32 lowBits) {
-        const u32 folded = code(lowBits + 1);
-        return static_cast<i32>((folded & 1) != 0 ? ~(folded >> 1) : folded >> 1);
-    }
-    /// A number behind the count of its bits.
-    u32 number() { return code(code(2)); }
-
-    bool ok() const { return ok_; }
-    u32 fail() {
-        ok_ = false;
-        held_ = 0;
-        return 0;
-    }
-
-private:
-    void drop(u32 count) {
-        cache_ = count == 64 ? 0 : cache_ << count;
-        held_ -= count;
-    }
-    void refill() {
-        while (held_ <= 56 && ok_) {
-            if (at_ == buffer_.size() && !fetch()) return;
-            cache_ |= u64{std::to_integer<u8>(buffer_[at_++])} << (56 - held_);
-            held_ += 8;
-        }
-    }
-    bool fetch() {
-        buffer_.resize(65536);
-        buffer_.resize(source_->readAt(next_, buffer_));
-        next_ += buffer_.size();
-        at_ = 0;
-        return !buffer_.empty();
-    }
-
-    std::shared_ptr<ByteSource> source_;
-    u64 next_;
-    Bytes buffer_;
-    std::size_t at_ = 0;
-    u64 cache_ = 0; ///< the bits at hand, from the top on
-    u32 held_ = 0;
-    bool ok_ = true;
-};
 
 i16 muLawSample(u8 code) {
     i16 sample = 0;
@@ -169,7 +90,7 @@ private:
     void shiftOutput(Channel& channel) const;
     i16 sampleOf(i32 value) const;
 
-    BitInput in_;
+    RiceInput in_;
     ShortenHeader header_;
     std::vector<Channel> channels_;
     std::vector<i32> coefficients_;
@@ -356,7 +277,7 @@ i32 Decoder::meanOf(const Channel& channel) const {
 }
 
 void Decoder::remember(Channel& channel) const {
-    const i64 frames = static_cast<i64>(channel.frames);
+    const i64 frames = std::max<i64>(static_cast<i64>(channel.frames), 1);
     i64 sum = header_.version < 2 ? 0 : frames / 2;
     for (std::size_t i = 0; i < channel.frames; ++i) sum += channel.samples[history_ + i];
     const i32 mean = wrap(sum / frames);
@@ -410,11 +331,11 @@ void Decoder::interleave(u32 channels, std::span<i16> to) const {
 u8 muLawByte(i32 value) {
     const u32 sign = value < 0 ? 0x80 : 0;
     const u32 biased = static_cast<u32>(std::min(value < 0 ? -value : value, 32635) + 132);
-    const u32 segment = static_cast<u32>(std::bit_width(biased)) - 8;
+    const u32 segment = std::max(static_cast<u32>(std::bit_width(biased)), 8U) - 8;
     return static_cast<u8>(~(sign | segment << 4 | (biased >> (segment + 3) & 15)));
 }
 
-std::unique_ptr<ShortenDecoder> ShortenDecoder::open(std::shared_ptr<ByteSource> source) {
+std::unique_ptr<ShortenDecoder> ShortenDecoder::open(const std::shared_ptr<ByteSource>& source) {
     auto decoder = std::make_unique<Decoder>(source);
     if (!decoder->start(*source)) return nullptr;
     return decoder;

@@ -125,7 +125,7 @@ public:
         return *this;
     }
     Stream& number(u32 value) {
-        const u32 width = static_cast<u32>(std::bit_width(value));
+        const auto width = static_cast<u32>(std::bit_width(value));
         return code(width, 2).code(value, width);
     }
     Stream& sample(i32 value, u32 low) {
@@ -139,7 +139,7 @@ public:
 
 private:
     void bit(u32 value) {
-        byte_ = static_cast<u8>(byte_ << 1 | value);
+        byte_ = static_cast<u8>(u32{byte_} << 1 | value);
         if (++count_ == 8) out_.u8le(byte_), count_ = 0;
     }
     ByteWriter out_;
