@@ -1,6 +1,7 @@
 #include <lame/lame.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdarg>
 
 #include "base/run_context.h"
@@ -143,7 +144,7 @@ protected:
 
 private:
     void setRate(const MpegSettings& settings) {
-        const int kbps = std::clamp(static_cast<int>(settings.kbps + 0.5F), 8, 320);
+        const int kbps = static_cast<int>(std::lround(std::clamp(settings.kbps, 8.0F, 320.0F)));
         switch (settings.rate) {
             case MpegRate::Constant:
                 lame().setVariable(encoder_, vbr_off);

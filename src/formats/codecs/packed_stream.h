@@ -15,9 +15,9 @@ struct PackedStreamInfo {
     u32 channels = 0;
     u32 sampleRate = 0; ///< Hz
     u64 frames = 0;
-    u32 bits = 0;         ///< per sample before packing; 0: the form has none of its own
-    bool isFloat = false; ///< decodes to float, else to 16-bit integers
-    bool wasFloat = false; ///< was float before packing, in `bits` bits
+    u32 bits = 0;                      ///< per sample before packing; 0: the form has none of its own
+    bool isFloat = false;              ///< decodes to float, else to 16-bit integers
+    bool wasFloat = false;             ///< was float before packing, in `bits` bits
     std::vector<std::string> comments; ///< "NAME=text", UTF-8, of forms that have Vorbis comments
 };
 

@@ -41,11 +41,14 @@ FlacMetadata readMetadata(ByteSource& source) {
         if (type == kApplication || type == kComments || type == kCueSheet) {
             Bytes contents(static_cast<std::size_t>(std::min<u64>(size, source.size() - at)));
             contents.resize(source.readAt(at, contents));
-            if (type == kComments) found.comments = std::move(contents);
-            if (type == kCueSheet) found.cueSheet = std::move(contents);
-            if (type == kApplication && textOf(contents).starts_with("riff") &&
-                contents.size() <= kMostRiffBytes - found.riff.size())
+            if (type == kComments) {
+                found.comments = std::move(contents);
+            } else if (type == kCueSheet) {
+                found.cueSheet = std::move(contents);
+            } else if (textOf(contents).starts_with("riff") &&
+                       contents.size() <= kMostRiffBytes - found.riff.size()) {
                 found.riff.insert(found.riff.end(), contents.begin() + 4, contents.end());
+            }
         }
         at += size;
         if (at >= source.size()) break;
