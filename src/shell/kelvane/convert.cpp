@@ -126,7 +126,7 @@ bool Conversion::chooseData() {
         if ((row.dataMask & codes) == 0) {
             return Fail("convert", "\"{}\" files can't hold \"{}\"", row.description, options_.data);
         }
-    } else if (options_.bitRate > 0 && (row.dataMask & kCompressed) != 0) {
+    } else if (options_.bitRate > 0 && row.optionsFn) {
         codes = kCompressed; // nothing else has a bit rate
     }
     const u32 channels = options_.channels == "mono"     ? kMonoBit
