@@ -178,7 +178,10 @@ Sandbox::Sandbox(std::span<const fs::path> readable, std::span<const fs::path> w
     for (const char* path : kSystemPaths) allowBelow(ruleset_, path, kRead);
     std::error_code ignored;
     const fs::path program = fs::read_symlink("/proc/self/exe", ignored);
-    if (!program.empty()) allowBelow(ruleset_, program.parent_path(), kRead);
+    if (!program.empty()) {
+        allowBelow(ruleset_, program.parent_path(), kRead);
+        allowBelow(ruleset_, program.parent_path() / "../lib/kelvane", kRead); // loadable modules
+    }
     for (const fs::path& path : readable) allowBelow(ruleset_, path, kRead);
     for (const fs::path& path : writable) {
         allowBelow(ruleset_, path,

@@ -154,7 +154,12 @@ bool readOutput(std::string_view text, BatchMode mode, BatchOutput& output) {
         if (!readPart(key, part.substr(equals + 1), output)) return false;
         name = name.substr(0, comma);
     }
-    return chooseOutputRow(name, infoOf(mode).classBit, output.row) && fitsRow(output);
+    if (!chooseOutputRow(name, infoOf(mode).classBit, output.row)) return false;
+    const FormatRow& row = *workspace().formats->row(output.row);
+    const bool anyCode = (output.format & kCodeMask) == kCodeMask;
+    if (anyCode && output.bitRate > 0 && row.optionsFn) // nothing else has a bit rate
+        output.format = (output.format & ~kCodeMask) | kCompressed;
+    return fitsRow(output);
 }
 
 std::string outputText(const BatchOutput& output) {

@@ -139,8 +139,7 @@ std::unique_ptr<SampleBlocks> openTrack(const Wave& wave, FileContext& file) {
 
 const WaveReader mediaReader{"media_ImpWave", loadThroughBlocks, openTrack};
 
-/// How a track is saved again.
-u32 preferredFormatOf(const MediaTrack& track) {
+u32 dataFormatOf(const MediaTrack& track) {
     const std::string_view codec = track.codec;
     if (codec == "pcm_mulaw") return kMuLaw;
     if (codec == "pcm_alaw") return kALaw;
@@ -199,9 +198,12 @@ void describe(Wave& wave, const MediaTrack& track) {
     wave.sampleRate = static_cast<u32>(track.rate);
     wave.frames = saturate<u32>(static_cast<f64>(track.frames));
     wave.bits = track.bits > 0 ? static_cast<u32>(track.bits) : 16;
-    wave.preferredFormat = preferredFormatOf(track);
-    wave.dataFormat = wave.preferredFormat;
-    if (wave.preferredFormat == kCompressed) wave.compressedKbps = static_cast<f32>(track.kbps);
+    wave.dataFormat = dataFormatOf(track);
+    // What was coded with losses is saved again as plain samples, unless a bit rate is asked for.
+    if (wave.dataFormat == kCompressed)
+        wave.compressedKbps = static_cast<f32>(track.kbps);
+    else
+        wave.preferredFormat = wave.dataFormat;
     if (track.channelsInFile > track.channels)
         runContext().diagnostics.add(
             {Severity::Loss, 0, wave.name().str(), "channels",

@@ -11,7 +11,7 @@ TEST_F(MediaRead, LengthsAndSamplesOfEveryContainer) {
         const char* file;
         const char* options;
         u32 frames; ///< 0: as many as the other program decodes
-        u32 preferred;
+        u32 code;
     };
     // Containers without a record of an encoder's padding give whole packets.
     constexpr Case kCases[] = {
@@ -55,14 +55,15 @@ TEST_F(MediaRead, LengthsAndSamplesOfEveryContainer) {
         EXPECT_EQ(store().count(kWaveClass), 1U);
         EXPECT_EQ(wave->channels, 2U);
         EXPECT_EQ(wave->frames, c.frames != 0 ? c.frames : expected.size() / 2);
-        EXPECT_EQ(wave->preferredFormat, c.preferred);
+        EXPECT_EQ(wave->dataFormat, c.code);
+        EXPECT_EQ(wave->preferredFormat, c.code == kCompressed ? kPcm16 : c.code);
         EXPECT_FALSE(wave->resident());
         space.diagnostics.clear();
         const std::vector<f32> samples = samplesOf(*wave);
         ASSERT_EQ(samples.size(), 2U * wave->frames);
         EXPECT_LE(samples.size(), expected.size());
         // Plain bytes are spread over the whole range here, and not there.
-        EXPECT_LE(test::difference(samples, expected), c.preferred == kPcm8 ? 1.0F / 128 : test::kStep16);
+        EXPECT_LE(test::difference(samples, expected), c.code == kPcm8 ? 1.0F / 128 : test::kStep16);
         EXPECT_TRUE(space.diagnostics.entries().empty()) << "nothing was missing";
     }
 }

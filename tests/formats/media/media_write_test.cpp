@@ -54,7 +54,7 @@ TEST_F(MediaWrite, OtherProgramsAndWeReadIt) {
             ASSERT_TRUE(imports(row.file)) << failure();
             Wave* back = store().First<Wave>();
             EXPECT_EQ(back->channels, channels);
-            EXPECT_EQ(back->preferredFormat, row.code);
+            EXPECT_EQ(back->dataFormat, row.code);
             EXPECT_TRUE(back->frames == kFrames || row.file[2] == 'a' || row.file[2] == 'w') << back->frames;
             const std::vector<f32> ours = samplesOf(*back);
             for (const std::vector<f32>* samples : {&theirs, &ours}) {
@@ -89,6 +89,16 @@ TEST_F(MediaWrite, RawAacSaysWhatItIs) {
         EXPECT_EQ(std::to_integer<int>(bytes[1]) >> 3 & 1, c.version);
         EXPECT_EQ(std::to_integer<int>(bytes[2]) >> 6, c.profile);
     }
+}
+
+TEST_F(MediaWrite, WhatWasCodedWithLossesIsSavedAsPlainSamples) {
+    ASSERT_TRUE(makeTones());
+    ASSERT_TRUE(ffmpeg("-i a.wav -c:a aac coded.m4a"));
+    ASSERT_TRUE(imports("coded.m4a"));
+    exportAs("plain.wav");
+    const std::vector<f32> expected = decoded("coded.m4a"), samples = decoded("plain.wav");
+    EXPECT_EQ(samples.size(), 2 * kFrames);
+    EXPECT_LE(test::difference(samples, expected), test::kStep16);
 }
 
 TEST_F(MediaWrite, TwentyFourBits) {
