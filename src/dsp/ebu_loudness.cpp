@@ -23,7 +23,7 @@ constexpr f32 kLoudest = 1e15F;
 
 struct EbuMeter::State {
     struct Destroy {
-        void operator()(ebur128_state* meter) const { ebur128_destroy(&meter); }
+        void operator()(ebur128_state* state) const { ebur128_destroy(&state); }
     };
     std::unique_ptr<ebur128_state, Destroy> meter;
     u32 channels;
