@@ -40,6 +40,7 @@ struct AppSettings {
         bool bAutoRev2Fwd = true;
         bool bAutoSortColl = true;
         bool bAutoSortWaves = true;
+        bool bTakeGain = false; ///< gains in tags (ReplayGain, R128) become the volume of waves
     } load;
     struct Auditioning {
         bool bEnable = false;

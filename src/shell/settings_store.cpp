@@ -81,6 +81,7 @@ const Setting kSettings[] = {
     KV_SETTING(load.bAutoRev2Fwd),
     KV_SETTING(load.bAutoSortColl),
     KV_SETTING(load.bAutoSortWaves),
+    KV_SETTING(load.bTakeGain),
     KV_SETTING(mt.bEnable),
     KV_SETTING(mt.iInDev),
     KV_SETTING(mt.iOutDev),

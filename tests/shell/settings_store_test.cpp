@@ -22,7 +22,7 @@ protected:
 };
 
 TEST_F(Settings, EveryValueIsSavedAndLoaded) {
-    EXPECT_EQ(settingInfos().size(), 84U);
+    EXPECT_EQ(settingInfos().size(), 85U);
     std::set<std::string_view> names;
     for (const SettingInfo& info : settingInfos()) {
         EXPECT_TRUE(names.insert(info.name).second) << info.name;

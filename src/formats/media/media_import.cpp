@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/run_context.h"
+#include "formats/framework/gain_tags.h"
 #include "formats/media/amr_if2.h"
 #include "formats/media/media_kinds.h"
 #include "formats/media/media_library.h"
@@ -156,6 +157,7 @@ void takeTexts(Wave& wave, std::span<const MediaText> texts) {
     for (const MediaText& text : texts) {
         const std::string_view key = text.key;
         const std::string value = utf8(text.value);
+        takeGainTag(wave, key, value);
         if (key == "artist") wave.artist = value;
         if (key == "album") wave.album = value;
         if (key == "comment") wave.comments = value;

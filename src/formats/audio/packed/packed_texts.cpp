@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "formats/framework/gain_tags.h"
 #include "model/wave.h"
 #include "samples/text_codec.h"
 
@@ -53,6 +54,7 @@ std::span<const TextRow> textRows() {
 
 void TextTaker::take(std::string_view name, std::string_view text) {
     text = text.substr(0, kMostTextBytes);
+    takeGainTag(wave_, name, text);
     const std::pair<std::string_view, i64*> places[] = {
         {"LOOPSTART", &loopStart_}, {"LOOPLENGTH", &loopLength_}, {"LOOPEND", &loopEnd_}};
     for (const auto& [placeName, place] : places) {

@@ -69,7 +69,9 @@ Wave* importPacked(FileContext& file, const PackedStreamInfo& info, const Packed
     wave->sampleRate = info.sampleRate;
     wave->frames = static_cast<u32>(std::min<u64>(info.frames, std::numeric_limits<u32>::max()));
     wave->bits = info.bits != 0 ? info.bits : 16; // the noise of a lossy codec is above that
-    wave->preferredFormat = code;
+    wave->dataFormat = code;
+    // What was coded with losses is saved again as plain samples, unless a bit rate is asked for.
+    if (code != kCompressed) wave->preferredFormat = code;
     wave->sourceOffset = place.start;
     const u64 bytes = std::min(place.bytes, file.size() - std::min(place.start, file.size()));
     if (code == kCompressed && info.frames > 0) {

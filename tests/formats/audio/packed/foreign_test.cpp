@@ -85,7 +85,7 @@ TEST_F(Foreign, LossyOfOursIsWhatOtherDecodersMakeOfIt) {
                 EXPECT_EQ(wave->sampleRate, rateOut) << what;
                 EXPECT_EQ(wave->frames, (u64{kFrames} * rateOut + rate - 1) / rate) << what;
                 EXPECT_EQ(wave->channels, channels) << what;
-                EXPECT_EQ(wave->preferredFormat, kCompressed);
+                EXPECT_EQ(wave->preferredFormat, kPcm16);
                 if (rateOut == rate) {
                     EXPECT_LT(largestDifference(source, ours), 0.06F) << what;
                 }

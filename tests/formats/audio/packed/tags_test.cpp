@@ -232,6 +232,26 @@ TEST_F(PackedTags, ApeTag) {
     EXPECT_EQ(back->engineer, wave->engineer);
 }
 
+TEST_F(PackedTags, GainsCountOnlyWhenAskedFor) {
+    struct Case {
+        const char* name;
+        const char* text;
+        f32 gain;
+    };
+    for (const Case& c :
+         {Case{"replaygain_track_gain", "-6.50 dB", -6.5F}, Case{"REPLAYGAIN_TRACK_GAIN", "+3", 3},
+          Case{"R128_TRACK_GAIN", "-512", -2}, Case{"R128_TRACK_GAIN", "-2 dB", 0},
+          Case{"REPLAYGAIN_TRACK_GAIN", "1e9", 0}, Case{"REPLAYGAIN_TRACK_GAIN", "loud", 0},
+          Case{"REPLAYGAIN_TRACK_GAIN", "200 dB", 96}, Case{"REPLAYGAIN_TRACK_PEAK", "1.0", 0}}) {
+        for (const bool asked : {false, true}) {
+            settings().load.bTakeGain = asked;
+            Wave* wave = store().Create<Wave>(kNextFreeNumber, nullptr);
+            TextTaker(*wave).take(c.name, c.text);
+            EXPECT_EQ(wave->params.gainDb, asked ? c.gain : 0) << c.text;
+        }
+    }
+}
+
 /// A picture of any size costs nothing.
 TEST_F(PackedTags, LargeTagIsSteppedOver) {
     ASSERT_TRUE(import(tones(1, 44100, 3000), "a.wav"));
