@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -107,7 +108,7 @@ bool parseReportLine(std::string_view line, ReportEntry& entry) {
         entry.head.input = takePath(json, "input");
         entry.head.state = {json.value("inputSize", u64{0}), json.value("inputChanged", i64{0})};
         entry.head.begun = json.value("begun", i64{0});
-        entry.head.seconds = json.value("seconds", 0.0);
+        entry.head.seconds = std::clamp(json.value("seconds", 0.0), 0.0, 1e9);
         entry.head.job = std::strtoull(json.value("job", std::string()).c_str(), nullptr, 16);
         const std::string status = json.value("status", std::string());
         const auto name = std::find(std::begin(kStatusNames), std::end(kStatusNames), status);
