@@ -10,6 +10,7 @@
 
 #include "base/run_context.h"
 #include "dsp/signals.h"
+#include "places.h"
 
 namespace kv {
 namespace {

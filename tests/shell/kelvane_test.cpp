@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "places.h"
 #include "test_support.h"
 
 namespace kv {

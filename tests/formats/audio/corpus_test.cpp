@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "formats/format_test.h"
+#include "places.h"
 
 namespace kv {
 namespace {

@@ -3,6 +3,7 @@
 
 #include "formats/audio/raw.h"
 #include "formats/format_test.h"
+#include "places.h"
 
 namespace kv {
 namespace {

@@ -4,6 +4,7 @@
 
 #include "formats/audio/wav_writer.h"
 #include "formats/format_test.h"
+#include "places.h"
 
 namespace kv {
 namespace {

@@ -12,6 +12,7 @@
 #include "formats/codecs/ms_adpcm.h"
 #include "formats/codecs/rockwell_adpcm.h"
 #include "formats/codecs/yamaha_adpcm.h"
+#include "places.h"
 #include "test_support.h"
 
 namespace kv {

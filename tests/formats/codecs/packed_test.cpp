@@ -8,6 +8,7 @@
 #include "formats/codecs/flac_stream.h"
 #include "formats/codecs/vorbis_stream.h"
 #include "formats/codecs/wavpack_stream.h"
+#include "places.h"
 #include "test_support.h"
 
 namespace kv {

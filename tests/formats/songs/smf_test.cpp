@@ -3,6 +3,7 @@
 
 #include "formats/format_test.h"
 #include "midi/midi_song.h"
+#include "places.h"
 
 namespace kv {
 namespace {

@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "formats/framework/detection.h"
 #include "formats/table/format_table_rows.h"
+#include "places.h"
 
 namespace kv {
 namespace {

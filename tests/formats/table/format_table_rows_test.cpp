@@ -11,6 +11,7 @@
 #include "base/text.h"
 #include "formats/table/formats_doc.h"
 #include "model/item_id.h"
+#include "places.h"
 #include "samples/data_format.h"
 
 namespace kv {

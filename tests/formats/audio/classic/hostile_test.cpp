@@ -3,6 +3,7 @@
 #include <random>
 
 #include "formats/audio/classic/classic_test.h"
+#include "places.h"
 
 namespace kv {
 namespace {

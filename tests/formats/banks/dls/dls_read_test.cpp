@@ -4,6 +4,7 @@
 
 #include "formats/banks/dls/dls_reader.h"
 #include "formats/banks/dls/test_dls.h"
+#include "places.h"
 
 namespace kv {
 namespace {

@@ -1,5 +1,6 @@
 #include <map>
 
+#include "places.h"
 #include "sfz_test.h"
 
 namespace kv {

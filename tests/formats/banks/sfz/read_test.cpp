@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include "formats/banks/sfz/sfz_mapping.h"
+#include "places.h"
 #include "sfz_test.h"
 
 namespace kv {

@@ -6,6 +6,7 @@
 #include "base/shared_library.h"
 #include "formats/format_test.h"
 #include "model/store.h"
+#include "places.h"
 
 namespace kv {
 namespace {

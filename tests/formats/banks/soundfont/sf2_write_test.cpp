@@ -8,6 +8,7 @@
 #include "formats/banks/soundfont/test_bank.h"
 #include "model/instrument.h"
 #include "model/store.h"
+#include "places.h"
 
 namespace kv {
 namespace {
