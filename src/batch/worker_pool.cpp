@@ -110,13 +110,13 @@ bool WorkerLine::nextTask(std::string& text) {
 std::string WorkerLine::awaitTurn() {
     send(kTurn, {});
     flush();
-    char kind = kTask;
-    std::string text;
-    while (kind == kTask) {
-        if (!receive(kind, text)) ::_exit(0);
-        if (kind == kTask) waiting_.push_back(std::move(text));
+    for (;;) {
+        char kind = 0;
+        std::string text;
+        if (!receive(kind, text) || (kind != kTask && kind != kTurn)) ::_exit(0);
+        if (kind == kTurn) return text;
+        waiting_.push_back(std::move(text));
     }
-    return text;
 }
 
 void WorkerPool::serve(int socket) const {
