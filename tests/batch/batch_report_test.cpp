@@ -55,7 +55,7 @@ TEST(BatchReport, TheFileEndsUpInTheOrderOfTheList) {
     ASSERT_TRUE(report.create(folder / "r.jsonl"));
     EXPECT_EQ(textIn(folder / "r.jsonl"), "old") << "until the new one is worth something";
     ASSERT_TRUE(report.appear());
-    for (const u64 index : {0, 2, 1, 5, 3}) {
+    for (const u64 index : {0U, 2U, 1U, 5U, 3U}) {
         report.addStarted(headOf(index, "/x"));
         report.addResult(index, resultLine(headOf(index, "/x"), done));
     }
