@@ -16,28 +16,31 @@ TEST_F(DrawMeasures, ColumnsCoverEachFrameOnce) {
     std::uniform_real_distribution<f64> level(-1, 1);
     Wave* wave = addFloats(
         70001, 2, [&](u32, u32) { return level(random); }, 100);
-    for (const auto& [span, columns] :
-         {std::pair{FrameSpan{0, 70001}, 7U}, {{16000, 70000}, 1000U}, {{5, 6}, 1U}}) {
+    struct Case {
+        FrameSpan span;
+        u32 columns;
+    };
+    for (const Case& c : {Case{{0, 70001}, 7}, Case{{16000, 70000}, 1000}, Case{{5, 6}, 1}}) {
+        const auto start = [&](u64 n) {
+            return c.span.from + static_cast<u32>(n * c.span.count() / c.columns);
+        };
         WaveColumns measured;
-        ASSERT_TRUE(measureColumns(*wave, span, columns, measured));
+        ASSERT_TRUE(measureColumns(*wave, c.span, c.columns, measured));
         ASSERT_EQ(measured.channels.size(), 2U);
-        for (u32 c = 0; c < 2; ++c) {
-            ASSERT_EQ(measured.channels[c].size(), columns);
-            for (u32 i = 0; i < columns; ++i) {
+        for (u32 channel = 0; channel < 2; ++channel) {
+            ASSERT_EQ(measured.channels[channel].size(), c.columns);
+            for (u32 i = 0; i < c.columns; ++i) {
                 f32 least = 2, most = -2;
                 f64 squares = 0;
-                const auto start = [&](u64 n) {
-                    return span.from + static_cast<u32>(n * span.count() / columns);
-                };
                 for (u32 frame = start(i); frame < start(i + 1); ++frame) {
-                    const f32 x = wave->samplesFloat.data()[2 * frame + c];
+                    const f32 x = wave->samplesFloat.data()[2 * frame + channel];
                     least = std::min(least, x);
                     most = std::max(most, x);
                     squares += static_cast<f64>(x * x);
                 }
-                EXPECT_EQ(measured.channels[c][i].least, least);
-                EXPECT_EQ(measured.channels[c][i].most, most);
-                EXPECT_NEAR(measured.channels[c][i].rms, std::sqrt(squares / (start(i + 1) - start(i))),
+                EXPECT_EQ(measured.channels[channel][i].least, least);
+                EXPECT_EQ(measured.channels[channel][i].most, most);
+                EXPECT_NEAR(measured.channels[channel][i].rms, std::sqrt(squares / (start(i + 1) - start(i))),
                             1e-5);
             }
         }
