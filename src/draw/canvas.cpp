@@ -55,7 +55,7 @@ std::string drawable(std::string_view text) {
 
 struct Canvas::State {
     struct Destroy {
-        void operator()(cairo_t* drawn) const { cairo().destroy(drawn); }
+        void operator()(cairo_t* drawing) const { cairo().destroy(drawing); }
     };
     Image* image;
     Surface surface;

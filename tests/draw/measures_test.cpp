@@ -21,19 +21,17 @@ TEST_F(DrawMeasures, ColumnsCoverEachFrameOnce) {
         u32 columns;
     };
     for (const Case& c : {Case{{0, 70001}, 7}, Case{{16000, 70000}, 1000}, Case{{5, 6}, 1}}) {
-        const FrameSpan span = c.span;
-        const u32 columns = c.columns;
+        const auto start = [&](u64 n) {
+            return c.span.from + static_cast<u32>(n * c.span.count() / c.columns);
+        };
         WaveColumns measured;
-        ASSERT_TRUE(measureColumns(*wave, span, columns, measured));
+        ASSERT_TRUE(measureColumns(*wave, c.span, c.columns, measured));
         ASSERT_EQ(measured.channels.size(), 2U);
         for (u32 channel = 0; channel < 2; ++channel) {
-            ASSERT_EQ(measured.channels[channel].size(), columns);
-            for (u32 i = 0; i < columns; ++i) {
+            ASSERT_EQ(measured.channels[channel].size(), c.columns);
+            for (u32 i = 0; i < c.columns; ++i) {
                 f32 least = 2, most = -2;
                 f64 squares = 0;
-                const auto start = [&](u64 n) {
-                    return span.from + static_cast<u32>(n * span.count() / columns);
-                };
                 for (u32 frame = start(i); frame < start(i + 1); ++frame) {
                     const f32 x = wave->samplesFloat.data()[2 * frame + channel];
                     least = std::min(least, x);
