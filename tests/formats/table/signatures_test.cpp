@@ -38,6 +38,7 @@ const std::vector<Sample>& samples() {
         {"gsm", "USR GSM with header", 100, {{0, "RIFF"}, {8, "WAVEfmt \x10\0\0\0\3\3"sv}}},
         {"sds", "SmartSound SDS", 77, {{0, "SDSS"}, {8, "WAVE"}}, 0, kUnknown},
         {"sds", "MIDI SDS", 100, {{0, "\xF0\x7E\0\1"sv}, {20, "\xF7"}}},
+        {"mov", "Apple QuickTime movie", 77, {{4, "moov"}}, 100, kUnknown},
         {"w64",
          "Wave-64",
          100,
