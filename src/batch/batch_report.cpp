@@ -46,6 +46,15 @@ std::string takePath(const Json& json, const char* key) {
     return path;
 }
 
+/// A whole number of 64 bits; 0 for anything else.
+template <class T>
+T integerOf(const Json& json, const char* key) {
+    const auto found = json.find(key);
+    const bool whole = found != json.end() && found->is_number_integer() &&
+                       (std::is_signed_v<T> || found->is_number_unsigned());
+    return whole ? found->template get<T>() : T{0};
+}
+
 Json headOf(const ReportHead& head, std::string_view status) {
     Json json;
     json["index"] = head.index;
@@ -104,10 +113,10 @@ bool parseReportLine(std::string_view line, ReportEntry& entry) {
     if (!json.is_object()) return false;
     entry = {};
     try { // a member of another type than ours
-        entry.head.index = json.value("index", u64{0});
+        entry.head.index = integerOf<u64>(json, "index");
         entry.head.input = takePath(json, "input");
-        entry.head.state = {json.value("inputSize", u64{0}), json.value("inputChanged", i64{0})};
-        entry.head.begun = json.value("begun", i64{0});
+        entry.head.state = {integerOf<u64>(json, "inputSize"), integerOf<i64>(json, "inputChanged")};
+        entry.head.begun = integerOf<i64>(json, "begun");
         entry.head.seconds = std::clamp(json.value("seconds", 0.0), 0.0, 1e9);
         entry.head.job = std::strtoull(json.value("job", std::string()).c_str(), nullptr, 16);
         const std::string status = json.value("status", std::string());
@@ -117,7 +126,7 @@ bool parseReportLine(std::string_view line, ReportEntry& entry) {
         if (!entry.started) entry.result.status = static_cast<BatchStatus>(name - std::begin(kStatusNames));
         entry.result.reason = json.value("reason", std::string());
         for (const Json& output : json.value("outputs", Json::array()))
-            entry.result.outputs.push_back({takePath(output, "path"), output.value("bytes", u64{0})});
+            entry.result.outputs.push_back({takePath(output, "path"), integerOf<u64>(output, "bytes")});
         for (const Json& loss : json.value("losses", Json::array()))
             entry.result.losses.push_back(loss.get<std::string>());
         for (const Json& warning : json.value("warnings", Json::array()))

@@ -42,7 +42,7 @@ TEST(BatchReport, LinesComeBack) {
 
     for (const char* bad : {"", "{", "[]", "{}", "{\"input\":3}", "{\"input\":\"a\",\"status\":\"lost\"}",
                             "{\"input\":\"a\",\"status\":\"done\",\"outputs\":5}",
-                            "{\"input\":\"a\",\"status\":\"done\",\"index\":\"x\"}"})
+                            "{\"input\":\"a\",\"status\":\"done\",\"outputs\":[5]}"})
         EXPECT_FALSE(parseReportLine(bad, entry)) << bad;
 }
 
