@@ -32,9 +32,8 @@ constexpr MediaKindRow readOnly(std::string_view context, const char* demuxer) {
 }
 
 constexpr MediaKindRow adts(const char* encoderOptions) {
-    return {.importContext = "aac_Imp",
+    return {.importContext = {},
             .exportContext = "aac_Exp",
-            .demuxer = "aac",
             .muxer = "adts",
             .encoder = "aac",
             .encoderOptions = encoderOptions};

@@ -24,7 +24,7 @@ enum MediaKind : u32 {
     kMediaAmr,
     kMediaAmrIf2,
     kMediaApe,
-    kMediaAac, ///< reading, and writing MPEG 4 Low Complexity
+    kMediaAac, ///< MPEG 4, low complexity; all of these are only written
     kMediaAacMain,
     kMediaAacMpeg2,
     kMediaAacMpeg2Main,
