@@ -39,13 +39,3 @@ const CairoLibrary& cairo() {
 }
 
 } // namespace kv
-
-// The fonts' library keeps what it knows to the end, where the leak check finds no pointers to it.
-#ifdef __has_feature
-#if __has_feature(address_sanitizer)
-extern "C" const char* __lsan_default_suppressions();
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:libfontconfig";
-}
-#endif
-#endif
