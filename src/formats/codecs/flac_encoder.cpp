@@ -12,7 +12,6 @@ namespace kv {
 namespace {
 
 constexpr std::string_view kContext = "FLAC";
-constexpr std::size_t kStepSamples = 16384;
 constexpr u32 kSeekSeconds = 10;
 constexpr std::size_t kMostBlockBytes = (1 << 24) - 1;
 
@@ -154,16 +153,9 @@ public:
 
 protected:
     bool pack(ByteSpan frames) override {
-        const u32 sampleBytes = bits_ / 8;
-        const std::size_t step = kStepSamples / channels() * channels();
-        wide_.resize(step);
-        for (; !frames.empty();) {
-            const std::size_t count = std::min(step, frames.size() / sampleBytes);
-            widenSamples(frames.first(count * sampleBytes), sampleBytes, std::span(wide_).first(count));
-            if (flac().pack(encoder_, wide_.data(), static_cast<u32>(count / channels())) == 0) return false;
-            frames = frames.subspan(count * sampleBytes);
-        }
-        return true;
+        return packWidened(frames, bits_ / 8, channels(), wide_, [this](std::span<i32> samples) {
+            return flac().pack(encoder_, samples.data(), static_cast<u32>(samples.size() / channels())) != 0;
+        });
     }
 
 private:

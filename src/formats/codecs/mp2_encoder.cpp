@@ -96,17 +96,12 @@ public:
 
 protected:
     bool pack(ByteSpan frames) override {
-        std::span<const f32> samples = floatsOf(frames, floats_);
         packed_.resize(kPackedBytes);
-        while (!samples.empty()) {
-            const std::span<const f32> part =
-                samples.first(std::min(samples.size(), kStepFrames * channels()));
-            const int size = twoLame().pack(encoder_, part.data(), static_cast<int>(part.size() / channels()),
-                                            packed_.data(), static_cast<int>(packed_.size()));
-            if (!put(size)) return false;
-            samples = samples.subspan(part.size());
-        }
-        return true;
+        return packFloats(frames, kStepFrames, channels(), floats_, [this](std::span<const f32> samples) {
+            const auto count = static_cast<int>(samples.size() / channels());
+            return put(twoLame().pack(encoder_, samples.data(), count, packed_.data(),
+                                      static_cast<int>(packed_.size())));
+        });
     }
 
 private:

@@ -125,21 +125,14 @@ public:
 
 protected:
     bool pack(ByteSpan frames) override {
-        std::span<const f32> samples = floatsOf(frames, floats_);
         packed_.resize(kPackedBytes);
-        while (!samples.empty()) {
-            const std::span<const f32> part =
-                samples.first(std::min(samples.size(), kStepFrames * channels()));
-            const auto count = static_cast<int>(part.size() / channels());
+        return packFloats(frames, kStepFrames, channels(), floats_, [this](std::span<const f32> samples) {
+            const auto count = static_cast<int>(samples.size() / channels());
             const auto room = static_cast<int>(packed_.size());
-            const int size =
-                channels() == 1
-                    ? lame().packMono(encoder_, part.data(), part.data(), count, packed_.data(), room)
-                    : lame().packStereo(encoder_, part.data(), count, packed_.data(), room);
-            if (!put(size)) return false;
-            samples = samples.subspan(part.size());
-        }
-        return true;
+            const f32* from = samples.data();
+            return put(channels() == 1 ? lame().packMono(encoder_, from, from, count, packed_.data(), room)
+                                       : lame().packStereo(encoder_, from, count, packed_.data(), room));
+        });
     }
 
 private:

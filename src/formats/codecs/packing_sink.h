@@ -1,7 +1,10 @@
 // What an encoder of packed audio is to those who have samples: a sink of stored samples.
 #pragma once
 
+#include <algorithm>
 #include <memory>
+#include <span>
+#include <vector>
 
 #include "base/byte_sink.h"
 
@@ -41,8 +44,37 @@ bool packSamples(SampleBlocks& blocks, PackingSink& encoder);
 /// Samples as 32-bit integers, sign-extended, for libraries that want them so.
 void widenSamples(ByteSpan stored, u32 bytesPerSample, std::span<i32> to);
 
+/// Hands whole frames to `pack(samples)` as 32-bit integers, in steps. False when it answers false.
+template <class Pack>
+bool packWidened(ByteSpan frames, u32 bytesPerSample, u32 channels, std::vector<i32>& buffer, Pack pack) {
+    constexpr std::size_t kStepSamples = 16384;
+    buffer.resize(std::max<std::size_t>(kStepSamples / channels, 1) * channels);
+    while (!frames.empty()) {
+        const std::span<i32> samples =
+            std::span(buffer).first(std::min(buffer.size(), frames.size() / bytesPerSample));
+        const std::size_t bytes = samples.size() * bytesPerSample;
+        widenSamples(frames.first(bytes), bytesPerSample, samples);
+        if (!pack(samples)) return false;
+        frames = frames.subspan(bytes);
+    }
+    return true;
+}
+
 /// The bytes as the floats that they are: copied, as they may stand anywhere.
 std::span<const f32> floatsOf(ByteSpan stored, std::vector<f32>& buffer);
+
+/// Hands whole frames to `pack(samples)` as floats, in steps of at most `stepFrames`. False when it answers
+/// false.
+template <class Pack>
+bool packFloats(ByteSpan frames, std::size_t stepFrames, u32 channels, std::vector<f32>& buffer, Pack pack) {
+    std::span<const f32> samples = floatsOf(frames, buffer);
+    while (!samples.empty()) {
+        const std::span<const f32> part = samples.first(std::min(samples.size(), stepFrames * channels));
+        if (!pack(part)) return false;
+        samples = samples.subspan(part.size());
+    }
+    return true;
+}
 
 /// What a library writes through: a position that may be moved back where the sink allows that, as encoders
 /// do to complete their headers.

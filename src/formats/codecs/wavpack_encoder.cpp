@@ -12,7 +12,6 @@ namespace kv {
 namespace {
 
 constexpr std::string_view kContext = "WavPack";
-constexpr std::size_t kStepSamples = 16384;
 
 struct WavPackEncoderLibrary {
     SharedLibrary library{"libwavpack1", {"libwavpack.so.1"}};
@@ -81,15 +80,10 @@ public:
 
 protected:
     bool pack(ByteSpan frames) override {
-        wide_.resize(kStepSamples / channels() * channels());
-        while (!frames.empty()) {
-            const std::size_t count = std::min(wide_.size(), frames.size() / sampleBytes_);
-            widenSamples(frames.first(count * sampleBytes_), sampleBytes_, std::span(wide_).first(count));
-            if (wavPack().pack(context_, wide_.data(), static_cast<u32>(count / channels())) == 0)
-                return false;
-            frames = frames.subspan(count * sampleBytes_);
-        }
-        return true;
+        return packWidened(frames, sampleBytes_, channels(), wide_, [this](std::span<i32> samples) {
+            const auto count = static_cast<u32>(samples.size() / channels());
+            return wavPack().pack(context_, samples.data(), count) != 0;
+        });
     }
 
 private:
