@@ -141,8 +141,10 @@ bool FileConversion::runAlgorithms() {
         const std::optional<AlgorithmCall> call = parseAlgorithmCall(text, algorithms());
         if (!call) return false;
         const WizardItems items = allItemsFor(call->algorithm->kind);
+        // What has nothing to do on a file, as mono on a mono wave, is passed over.
+        if (items.items.empty() || (call->algorithm->offered && !call->algorithm->offered(items))) continue;
         std::string said;
-        if (!items.items.empty() && !runAlgorithm(*call, items, said)) return false;
+        if (!runAlgorithm(*call, items, said)) return false;
     }
     if (!job_.algorithms.empty()) FixUpAll(kAllClasses);
     return true;
@@ -341,6 +343,23 @@ BatchResult FileConversion::run() {
     return std::move(result_);
 }
 
+/// Asks whether songs are to take the banks beside them, if some output can hold banks.
+void askAboutBanks(BatchJob& job) {
+    const bool holdsBanks =
+        std::any_of(job.outputs.begin(), job.outputs.end(), [](const BatchOutput& output) {
+            const std::string_view extension = workspace().formats->RowExtension(output.row);
+            return extension == "rmi" || extension == "mss";
+        });
+    if (job.mode != BatchMode::Songs || job.autoMergeSongs || !holdsBanks) return;
+    static constexpr std::string_view kButtons[] = {"Yes", "No"};
+    constexpr std::string_view kQuestion =
+        "For the output format you have selected, Kelvane Studio can automatically add instrument "
+        "collections to the input song(s) if they doesn't already have any *and* there is a DLS or SF2 "
+        "file with the same file name (but different extension) in the same directory as the input "
+        "file.\nWould you like this to be done?";
+    job.autoMergeSongs = Ask("Auto-merge songs with DLS and SF2 files?", kQuestion, kButtons, 1) == 0;
+}
+
 } // namespace
 
 BatchResult convertBatchFile(BatchJob& job, const BatchInput& input, const BatchHooks& hooks,
@@ -358,6 +377,7 @@ std::string batchEndText(const BatchJob& job, const BatchCounts& counts) {
 }
 
 BatchCounts runBatch(BatchJob& job, std::span<const BatchInput> inputs, const BatchHooks& hooks) {
+    askAboutBanks(job);
     BatchCounts counts;
     for (const BatchInput& input : inputs) {
         if (CancelRequested()) counts.cancelled = true;

@@ -272,7 +272,8 @@ bool BatchRun::resume() {
                     ours && !entry.started && entry.result.status != BatchStatus::Failed &&
                     entry.head.state == stateOf(entry.head.input) &&
                     std::all_of(outputs.begin(), outputs.end(), [](const BatchResult::Output& output) {
-                        return stateOf(output.path).bytes == output.bytes && fs::exists(output.path);
+                        const FileState state = stateOf(output.path);
+                        return state.changed != 0 && state.bytes == output.bytes;
                     });
                 if (!whole) {
                     if (ours) ownSince_[index] = entry.head.begun;

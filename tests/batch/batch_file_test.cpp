@@ -143,6 +143,16 @@ TEST_F(BatchFileTest, WavesAreProcessedInTheGivenOrder) {
     EXPECT_LT(*std::min_element(samples.begin(), samples.end()), -32000);
 }
 
+TEST_F(BatchFileTest, AlgorithmsWithNothingToDoArePassedOver) {
+    addOutput("wav");
+    job.algorithms = {"convert-to-mono", "cross-fade-loop", "invert-sign-throughout-selection"};
+    const BatchResult result = convert(makeWave("tone.wav"));
+    ASSERT_EQ(result.status, BatchStatus::Done) << result.error.message;
+    ASSERT_TRUE(Import(result.outputs[0].path, false));
+    ASSERT_TRUE(store().First<Wave>()->LoadData());
+    EXPECT_EQ(GetInt16Data(*store().First<Wave>())[99], -990);
+}
+
 TEST_F(BatchFileTest, DownsamplingOnlyLeavesLowerRatesAlone) {
     addOutput("wav");
     job.resample = job.onlyDownsample = true;
@@ -220,6 +230,13 @@ TEST_F(BatchFileTest, SongsTakeTheBankBesideThem) {
         EXPECT_EQ(store().count(kInstrumentClass), merged ? 2U : 0U);
         EXPECT_EQ(store().count(kSongClass), 1U);
     }
+
+    job.autoMergeSongs = false;
+    const BatchInput inputs[] = {{folder / "song.mid"}, {folder / "song.mid"}};
+    ui.answers = {0};
+    runBatch(job, inputs, hooks);
+    EXPECT_THAT(ui.questions, ElementsAre("Auto-merge songs with DLS and SF2 files?")) << "once in a run";
+    EXPECT_TRUE(job.autoMergeSongs);
 }
 
 TEST_F(BatchFileTest, ARunTellsWhatItSaved) {

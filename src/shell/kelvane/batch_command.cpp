@@ -119,11 +119,11 @@ public:
     void update(const BatchCounts& counts, u64 total) {
         if (!shown_) return;
         const Clock::time_point now = Clock::now();
-        if (first_ == 0) first_ = counts.files - 1; // what a resumed run had done
+        if (!first_) first_ = counts.files - 1; // what a resumed run had done
         if (now - drawn_ < std::chrono::milliseconds(100)) return;
         drawn_ = now;
         const f64 seconds = std::chrono::duration<f64>(now - started_).count();
-        const f64 rate = static_cast<f64>(counts.files - first_) / std::max(seconds, 1e-3);
+        const f64 rate = static_cast<f64>(counts.files - *first_) / std::max(seconds, 1e-3);
         const auto left =
             static_cast<u64>(std::lround(static_cast<f64>(total - counts.files) / std::max(rate, 1e-9)));
         fmt::print(stderr, "\r\x1b[K{}/{} files, {} failed, {:.0f} a second, {}:{:02} left", counts.files,
@@ -138,7 +138,7 @@ public:
 
 private:
     bool shown_, drawnAny_ = false;
-    u64 first_ = 0;
+    std::optional<u64> first_;
     Clock::time_point started_ = Clock::now(), drawn_{};
 };
 
