@@ -6,66 +6,7 @@
 namespace kv {
 namespace {
 
-class HostileChunks : public test::FormatTest {
-protected:
-    /// A file with one of everything.
-    Bytes rich(const std::string& name, u32 wanted) {
-        Wave* wave = import(wavWith(std::vector<i16>(50, 77)));
-        wave->params.loopFlags = kLooped;
-        wave->params.loopEnd = 40;
-        wave->artist = "artist";
-        wave->comments = "text";
-        wave->cuePoints = {{5, 7, "label", "note"}, {9, 0, "b", {}}};
-        return test::readFile(exportAs(name, wanted));
-    }
-    /// Imports, loads and exports whatever comes of it.
-    void tryAll(ByteSpan bytes, const std::string& name) {
-        Wave* wave = import(bytes, name);
-        if (!wave) return;
-        EXPECT_LE(wave->channels, 2U);
-        if (wave->LoadData()) {
-            EXPECT_EQ(wave->samples16 ? wave->samples16.size() : wave->samplesFloat.size(),
-                      wave->sampleCount());
-        }
-        FreeData(*wave, false);
-        for (const char* row : {"Audio interchange", "Apple CoreAudio", "Sun/NeXT/DEC audio"}) {
-            MemorySink sink;
-            ExportTo(sink, rowOf(row), "-", wave, kPcm16 | kMonoBit | kStereoBit, 0, true);
-            EXPECT_LE(sink.position(), 8 * bytes.size() + 4096);
-        }
-    }
-    struct File {
-        std::string name;
-        u32 wanted;
-    };
-    const File files[4] = {{"a.aif", kPcm16 | kMonoBit},
-                           {"b.aif", kFloat32 | kMonoBit},
-                           {"c.caf", kPcm24 | kMonoBit},
-                           {"d.au", kALaw | kMonoBit}};
-};
-
-TEST_F(HostileChunks, TruncationAtEveryByte) {
-    for (const File& file : files) {
-        const Bytes good = rich(file.name, file.wanted);
-        for (std::size_t n = 0; n < good.size(); ++n) tryAll(ByteSpan(good).first(n), file.name);
-    }
-}
-
-TEST_F(HostileChunks, ChangedBytes) {
-    std::mt19937 random(7);
-    for (const File& file : files) {
-        const Bytes good = rich(file.name, file.wanted);
-        for (int round = 0; round < 300; ++round) {
-            Bytes bad = good;
-            constexpr u8 kValues[] = {0, 1, 0x7F, 0x80, 0xFF};
-            for (unsigned changes = 1 + random() % 4; changes > 0; --changes) {
-                const u8 value = random() % 2 != 0 ? kValues[random() % 5] : static_cast<u8>(random());
-                bad[4 + random() % (bad.size() - 4)] = std::byte{value};
-            }
-            tryAll(bad, file.name);
-        }
-    }
-}
+using HostileChunks = test::FormatTest;
 
 /// Compression types whose packets have any contents and any number of channels.
 TEST_F(HostileChunks, Packets) {
@@ -79,7 +20,10 @@ TEST_F(HostileChunks, Packets) {
                               test::comm(static_cast<u16>(channels), static_cast<u32>(random() % 100), 16,
                                          8000, compression));
             test::addBigChunk(chunks, "SSND", test::ssnd(data));
-            tryAll(test::aiff(chunks.view(), "AIFC"), "a.aif");
+            Wave* wave = import(test::aiff(chunks.view(), "AIFC"), "a.aif");
+            if (wave && wave->LoadData()) {
+                EXPECT_EQ(wave->samples16.size(), wave->sampleCount());
+            }
         }
     }
 }

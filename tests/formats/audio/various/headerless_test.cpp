@@ -267,15 +267,6 @@ TEST_F(Headerless, PackagesHoldSounds) {
     }
     EXPECT_FALSE(import(package(69, bytesOf("no wave"), {}), "a.uax"));
     EXPECT_EQ(failure(), "uax_Imp: No sounds in the package");
-    damage(package(69, wav, other), "a.uax");
-}
-
-TEST_F(Headerless, DamagedHeadersDoNoHarm) {
-    ByteWriter psion;
-    psion.text(std::string_view("ALawSoundFile**\0", 16)).u16be(0x0F10).u32be(4).fill(10).text("abcd");
-    damage(psion.take(), "a.psion");
-    damage(Bytes(60, std::byte{1}), "a.dvd-24-48");
-    EXPECT_FALSE(import(bytesOf("SOUND"), "a.sndt"));
 }
 
 } // namespace

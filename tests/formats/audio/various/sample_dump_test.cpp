@@ -112,8 +112,6 @@ TEST_F(SampleDump, EveryWidthComesBack) {
         for (i16& s : wanted) s = static_cast<i16>(s & static_cast<i16>(mask));
         EXPECT_EQ(samplesOf(*wave), wanted) << std::hex << code;
     }
-    const u8 numbers[] = {0, 1};
-    damage(dump(numbers, 70), "b.sds");
 }
 
 TEST_F(SampleDump, IsThatOfOtherPrograms) {

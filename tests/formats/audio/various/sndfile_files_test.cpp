@@ -63,15 +63,7 @@ TEST_F(SndfileFiles, AreReadAsOtherProgramsWriteThem) {
     EXPECT_EQ(samplesOf(*wave).size(), wanted.size());
 }
 
-TEST_F(SndfileFiles, DamagedOnesDoNoHarm) {
-    ASSERT_TRUE(import(wavWith(tone(50))));
-    for (const char* name : {"a.nist", "a.paf", "a.sf", "a.mat"}) {
-        ASSERT_TRUE(import(wavWith(tone(50))));
-        exportAs(name);
-        Bytes file = test::readFile(folder / name);
-        file.resize(std::min<std::size_t>(file.size(), 1100));
-        damage(file, name);
-    }
+TEST_F(SndfileFiles, OtherFilesAreRefused) {
     EXPECT_FALSE(import(wavWith(tone(50)), "a.wav") && Import(folder / "a.wav", false, rowOf("NIST Sphere")));
     EXPECT_EQ(failure(), "libsndfile: Unsupported file");
 }

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cmath>
 #include <cstdlib>
 
@@ -51,32 +48,6 @@ protected:
                 static_cast<i16>(level * std::sin(static_cast<f64>(i) * 0.05) + (noise >> 24) - 128.0);
         }
         return samples;
-    }
-    /// Beginnings of a file, and the file with each byte of its header changed, is refused or read without
-    /// harm.
-    void damage(const Bytes& good, const std::string& name) {
-        const int row =
-            formatTable().RowByExtension(std::filesystem::path(name).extension().string(), kWaveClass);
-        const int file = ::memfd_create("damaged", 0); // many small files are slow on a disk
-        const std::string path = "/proc/self/fd/" + std::to_string(file);
-        const auto read = [&](ByteSpan bytes) {
-            ASSERT_EQ(::ftruncate(file, 0), 0);
-            ASSERT_EQ(::pwrite(file, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
-            if (!Import(path, false, row)) return;
-            for (Wave& wave : store().all<Wave>()) {
-                if (wave.sampleCount() < 1 << 24) (void)wave.LoadData();
-            }
-        };
-        for (std::size_t size = 0; size < good.size(); size += size < 200 ? 1 : 13)
-            read(ByteSpan(good).first(size));
-        for (std::size_t at = 0; at < std::min<std::size_t>(good.size(), 160); ++at) {
-            for (const int value : {0, 0x7F, 0x80, 0xFF}) {
-                Bytes bad = good;
-                bad[at] = static_cast<std::byte>(value);
-                read(bad);
-            }
-        }
-        ::close(file);
     }
 };
 
