@@ -1,5 +1,4 @@
-// The loop over rows of taps, compiled once for each instruction set and chosen at run time; for how and
-// why not by Highway's own choice, see samples/kernels_simd.cpp.
+// The loop over rows of taps, compiled once for each instruction set and chosen at run time.
 #include <algorithm>
 
 #include "dsp/polyphase.h"
@@ -125,23 +124,9 @@ void polyphase64(const PolyphaseRun<f64>& run) {
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
+#include "base/simd_choice.h"
+
 namespace kv {
-namespace {
-
-#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
-bool hasAvx2() {
-    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") && __builtin_cpu_supports("bmi2");
-}
-bool hasSse4() {
-    return __builtin_cpu_supports("sse4.2") != 0;
-}
-#define KV_CHOOSE(kernel) \
-    (hasAvx2() ? N_AVX2::kernel : hasSse4() ? N_SSE4::kernel : HWY_STATIC_DISPATCH(kernel))
-#else
-#define KV_CHOOSE(kernel) HWY_STATIC_DISPATCH(kernel)
-#endif
-
-} // namespace
 
 void runPolyphase(const PolyphaseRun<f32>& run) {
     static const auto kernel = KV_CHOOSE(polyphase32);
@@ -159,7 +144,6 @@ void blendRows(const f64* rows, std::size_t stride, const std::array<f64, 4>& we
     static const auto kernel = KV_CHOOSE(blend64);
     kernel(rows, stride, weights, sum);
 }
-#undef KV_CHOOSE
 
 } // namespace kv
 #endif

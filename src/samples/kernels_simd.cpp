@@ -1,7 +1,4 @@
 // Vector forms of the kernels, compiled once for each instruction set and chosen at run time.
-//
-// The choice is made here and not by Highway's own: its shared library measures the processor's timers
-// while it is loaded, which would cost every start of the program some milliseconds.
 #include "samples/kernels.h"
 
 // More than these gains nothing for kernels that wait for memory.
@@ -118,25 +115,9 @@ void int16ToPacked24(const i16* HWY_RESTRICT from, u8* HWY_RESTRICT to, std::siz
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
+#include "base/simd_choice.h"
+
 namespace kv {
-namespace {
-
-#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
-bool hasAvx2() {
-    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") && __builtin_cpu_supports("bmi2");
-}
-bool hasSse4() {
-    return __builtin_cpu_supports("sse4.2") != 0;
-}
-
-/// The form of a kernel for this processor.
-#define KV_CHOOSE(kernel) \
-    (hasAvx2() ? N_AVX2::kernel : hasSse4() ? N_SSE4::kernel : HWY_STATIC_DISPATCH(kernel))
-#else
-#define KV_CHOOSE(kernel) HWY_STATIC_DISPATCH(kernel)
-#endif
-
-} // namespace
 
 void int16ToFloat(std::span<const i16> from, std::span<f32> to) {
     static const auto kernel = KV_CHOOSE(int16ToFloat);
@@ -158,7 +139,6 @@ void int16ToPacked24(std::span<const i16> from, std::span<std::byte> to) {
     static const auto kernel = KV_CHOOSE(int16ToPacked24);
     kernel(from.data(), reinterpret_cast<u8*>(to.data()), from.size());
 }
-#undef KV_CHOOSE
 
 } // namespace kv
 #endif

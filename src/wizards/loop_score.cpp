@@ -22,9 +22,7 @@ f64 LoopScore::product(u32 first, u32 second, u32 count) const {
     return ((sums[0] + sums[4]) + (sums[2] + sums[6])) + ((sums[1] + sums[5]) + (sums[3] + sums[7]));
 }
 
-f32 LoopScore::operator()(u32 start, u32 end) const {
-    const u32 back = end == frames() ? 1 : 0;
-    if (start < back || std::abs(levels_[start - back] - levels_[end - back]) > kMostStep) return 0;
+f32 LoopScore::likeness(u32 start, u32 end) const {
     i64 length = std::min(end - start, kWindow);
     i64 first = i64{start} - length / 2, second = i64{end} - length / 2;
     if (first < 0) {

@@ -24,7 +24,15 @@ public:
 
     /// The normalised correlation of the stretches around `start` and `end`, start < end <= frames: 1 at
     /// most; 0 or below when they don't fit or are silent.
-    f32 operator()(u32 start, u32 end) const;
+    f32 operator()(u32 start, u32 end) const { return levelsFit(start, end) ? likeness(start, end) : 0; }
+
+    /// Whether the levels at both ends are near enough.
+    bool levelsFit(u32 start, u32 end) const {
+        const u32 back = end == frames() ? 1 : 0;
+        return start >= back && std::abs(levels_[start - back] - levels_[end - back]) <= kMostStep;
+    }
+    /// The score without a look at these levels.
+    f32 likeness(u32 start, u32 end) const;
 
     /// The score of two whole windows from the sums of their squares.
     static f32 correlation(f64 product, f64 energy0, f64 energy1) {

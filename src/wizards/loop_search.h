@@ -20,9 +20,8 @@ LoopSearchRange loopSearchRange(const LoopScore& score, u32 rate, f64 hertz, f32
 /// and end `frames` if none scores above 0. `goesOn` is told now and then how many of the pairs are done;
 /// when it answers false the search ends with the best so far.
 ///
-/// Gives what looking at all pairs gives, and leaves out those that can't win. A sound with no two places
-/// alike, such as soft noise, leaves little to leave out, and takes time that grows with the square of its
-/// length.
+/// Gives what looking at all pairs gives, and leaves out those that can't win. Sounds with no two places
+/// alike, such as noise, leave little to leave out: their time grows with the square of the length.
 LoopFound findLoop(const LoopScore& score, const LoopSearchRange& range,
                    const std::function<bool(u64 done, u64 total)>& goesOn);
 

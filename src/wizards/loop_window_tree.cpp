@@ -9,6 +9,7 @@ namespace {
 
 constexpr u32 kWindow = LoopScore::kWindow, kHalf = kWindow / 2;
 constexpr u32 kLeaf = 24;
+constexpr u32 kWindowLooks = 8; // what comparing a window costs, in looks at places
 constexpr u32 kLineLevels = 16; // levels in a line of the cache
 constexpr f32 kFar = std::numeric_limits<f32>::infinity();
 
@@ -60,7 +61,7 @@ f32 reachFor(f32 score) {
 } // namespace
 
 void LoopFound::offer(u32 newStart, u32 newEnd, f32 newScore) {
-    const bool later = newScore == score && newEnd == end && newStart > start;
+    const bool later = newScore == score && (newEnd > end || (newEnd == end && newStart > start));
     if (newScore > score || later) *this = {newStart, newEnd, newScore};
 }
 
@@ -70,6 +71,7 @@ struct LoopWindowTree::Query {
     u32 end, lastStart;
     LoopFound& best;
     f32 reach; ///< square
+    u64 looks = 0;
 };
 
 /// The principal directions of all windows, nearly: powers of the matrix of their autocorrelation.
@@ -203,6 +205,7 @@ f32 LoopWindowTree::distance(const Node& node, const Query& query) const {
 void LoopWindowTree::visit(u32 index, Query& query) const {
     const Node& node = nodes_[index];
     if (node.right != 0) {
+        query.looks += 2;
         u32 near = index + 1, far = node.right;
         f32 nearDistance = distance(nodes_[near], query), farDistance = distance(nodes_[far], query);
         if (farDistance < nearDistance) {
@@ -231,6 +234,7 @@ void LoopWindowTree::visit(u32 index, Query& query) const {
             __builtin_prefetch(score_.levels().data() + (window.start - kHalf + k));
     }
     for (u32 i = 0; i < count; ++i) compare(chosen[i], query);
+    query.looks += node.last - node.first + count * kWindowLooks;
 }
 
 void LoopWindowTree::compare(u32 start, Query& query) const {
@@ -244,9 +248,10 @@ void LoopWindowTree::compare(u32 start, Query& query) const {
     query.reach = reachFor(query.best.score);
 }
 
-void LoopWindowTree::search(u32 end, u32 lastStart, LoopFound& best) const {
+u64 LoopWindowTree::search(u32 end, u32 lastStart, LoopFound& best) const {
     Query query{places_[end - firstPlace_], score_.levels()[end], end, lastStart, best, reachFor(best.score)};
     if (distance(nodes_.front(), query) <= query.reach) visit(0, query);
+    return query.looks;
 }
 
 } // namespace kv

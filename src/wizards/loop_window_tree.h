@@ -13,7 +13,7 @@ namespace kv {
 struct LoopFound {
     u32 start = 0, end = 0;
     f32 score = 1e-32F;
-    /// Takes a better one; of equal ones of the same end that with the later start.
+    /// Takes a better one; of equal ones that with the later end, then with the later start.
     void offer(u32 start, u32 end, f32 score);
 };
 
@@ -27,7 +27,8 @@ public:
     LoopWindowTree(const LoopScore& score, u32 firstStart, u32 lastStart, u32 lastEnd);
 
     /// Offers to `best` all starts up to `lastStart` that may score better than it with `end`, or as well.
-    void search(u32 end, u32 lastStart, LoopFound& best) const;
+    /// Answers how many windows and boxes it looked at.
+    u64 search(u32 end, u32 lastStart, LoopFound& best) const;
 
 private:
     static constexpr std::size_t kDirections = 7;

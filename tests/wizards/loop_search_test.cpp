@@ -46,6 +46,16 @@ std::vector<std::pair<const char*, Signal>> signals(std::minstd_rand& random) {
         {"sine of no whole period", [](u32 i) { return 0.7 * turn(613.7, i); }},
         {"noise", [=](u32) { return noise(); }},
         {"soft noise", [=](u32) { return 0.004 * noise(); }},
+        {"noise over and over",
+         [=, again = std::vector<f64>()](u32 i) mutable {
+             if (again.size() < 450) again.push_back(0.5 * noise());
+             return again[i % 450];
+         }},
+        {"noise in bursts, with silence",
+         [=](u32 i) { return i / 290 % 3 == 0   ? noise()
+                             : i / 290 % 3 == 1 ? 0.0005 * noise()
+                                                : 0; }},
+        {"tone in noise", [=](u32 i) { return 0.5 * turn(440, i) + 0.1 * noise(); }},
         {"chord", [](u32 i) { return 0.3 * (turn(261.6, i) + turn(329.6, i) + turn(392.4, i)); }},
         {"fading tone in noise",
          [=](u32 i) { return std::exp(-i / 2000.0) * (0.8 * turn(1234.5, i) + 0.1 * noise()); }},

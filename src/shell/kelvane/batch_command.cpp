@@ -4,10 +4,10 @@
 
 #include <charconv>
 #include <cmath>
-#include <thread>
 
 #include "base/byte_sink.h"
 #include "base/byte_source.h"
+#include "base/parallel.h"
 #include "batch/batch_report.h"
 #include "batch/batch_run.h"
 #include "model/workspace.h"
@@ -145,8 +145,7 @@ private:
 int run(const BatchOptions& options, const BatchJob& job, BatchList& list, TerminalUi& ui) {
     ProgressLine line(!ui.quiet() && isatty(STDERR_FILENO) != 0);
     BatchRunSettings settings;
-    settings.workers =
-        options.workers > 0 ? options.workers : std::max(std::thread::hardware_concurrency(), 1U);
+    settings.workers = options.workers > 0 ? options.workers : threadCount();
     settings.timeout = std::chrono::milliseconds(static_cast<i64>(options.timeout * 1000));
     settings.memory = options.memory << 20;
     settings.sandbox = !options.noSandbox;
