@@ -6,11 +6,9 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <numeric>
 
+#include "dsp/batch_engine.h"
 #include "dsp/fft.h"
-#include "dsp/history.h"
-#include "dsp/resample_engine.h"
 
 namespace kv {
 namespace {
@@ -57,92 +55,41 @@ std::vector<f64> responseOf(const FilterShape& shape, const BlockLayout& layout)
     return response;
 }
 
-class BlockFilter : public ResampleEngine {
+class BlockFilter : public BatchEngine<f64> {
 public:
     BlockFilter(const FilterShape& shape, const BlockLayout& layout, std::size_t channels)
-        : layout_(layout),
-          channels_(channels),
-          blocks_(kSlots / std::gcd(kSlots, channels)),
-          history_(channels),
+        : BatchEngine<f64>({layout.hop() * layout.step.in, layout.hop() * layout.step.out, layout.inFrames(),
+                            layout.margin * layout.step.in},
+                           kSlots, channels),
+          layout_(layout),
           response_(responseOf(shape, layout)),
           forward_(layout.inFrames(), false),
           backward_(layout.outFrames(), true),
           input_(layout.inFrames()),
           inputSpectrum_(layout.inFrames()),
           outputSpectrum_(layout.outFrames()),
-          output_(layout.outFrames()),
-          done_(channels, std::vector<f32>(blocks_ * layout.hop() * layout.step.out)),
-          read_(done_[0].size()) {
-        history_.appendZeros(layout.margin * layout.step.in);
-    }
+          output_(layout.outFrames()) {}
 
-    void push(std::span<const f32* const> planes, std::size_t frames) override {
-        history_.append(planes, frames);
-    }
-    void pushZeros(std::size_t frames) override { history_.appendZeros(frames); }
-    std::size_t lookAhead() const override { return batchFrames(); }
-
-    std::size_t pull(std::span<f32* const> planes, std::size_t frames) override {
-        std::size_t count = 0;
-        while (count < frames) {
-            if (read_ == done_[0].size() && !runBatch()) break;
-            const std::size_t part = std::min(frames - count, done_[0].size() - read_);
-            for (std::size_t c = 0; c < channels_; ++c)
-                std::copy_n(done_[c].data() + read_, part, planes[c] + count);
-            count += part;
-            read_ += part;
+protected:
+    void filter(std::span<const f64* const> from, std::span<f32* const> to) override {
+        const f64 *const a = from[0], *const b = from[1], *const c = from[2], *const d = from[3];
+        for (std::size_t i = 0; i < input_.size(); ++i)
+            input_[i] = Complex(Pair(a[i], c[i]), Pair(b[i], d[i]));
+        forward_.transform(input_.data(), inputSpectrum_.data());
+        multiply();
+        backward_.transform(outputSpectrum_.data(), output_.data());
+        const Complex* const result = output_.data() + layout_.margin * layout_.step.out;
+        for (std::size_t i = 0; i < layout_.hop() * layout_.step.out; ++i) {
+            const Pair re = result[i].real(), im = result[i].imag();
+            to[0][i] = static_cast<f32>(re.lanes[0]);
+            to[2][i] = static_cast<f32>(re.lanes[1]);
+            to[1][i] = static_cast<f32>(im.lanes[0]);
+            to[3][i] = static_cast<f32>(im.lanes[1]);
         }
-        return count;
     }
 
 private:
     using Complex = std::complex<Pair>;
-
-    /// Input frames that a batch of blocks looks at.
-    std::size_t batchFrames() const {
-        return ((blocks_ - 1) * layout_.hop() + layout_.units) * layout_.step.in;
-    }
-
-    bool runBatch() {
-        if (history_.end() < next_ + batchFrames()) return false;
-        for (std::size_t slot = 0; slot < blocks_ * channels_; slot += kSlots) {
-            gather(slot);
-            forward_.transform(input_.data(), inputSpectrum_.data());
-            multiply();
-            backward_.transform(outputSpectrum_.data(), output_.data());
-            scatter(slot);
-        }
-        next_ += blocks_ * layout_.hop() * layout_.step.in;
-        history_.dropBefore(next_);
-        read_ = 0;
-        return true;
-    }
-
-    const f64* inputOf(std::size_t slot) const {
-        return history_.at(slot % channels_, next_ + slot / channels_ * layout_.hop() * layout_.step.in);
-    }
-    f32* outputOf(std::size_t slot) {
-        return done_[slot % channels_].data() + slot / channels_ * layout_.hop() * layout_.step.out;
-    }
-
-    void gather(std::size_t slot) {
-        const f64 *const a = inputOf(slot), *const b = inputOf(slot + 1), *const c = inputOf(slot + 2),
-                         *const d = inputOf(slot + 3);
-        for (std::size_t i = 0; i < input_.size(); ++i)
-            input_[i] = Complex(Pair(a[i], c[i]), Pair(b[i], d[i]));
-    }
-    void scatter(std::size_t slot) {
-        f32 *const a = outputOf(slot), *const b = outputOf(slot + 1), *const c = outputOf(slot + 2),
-                   *const d = outputOf(slot + 3);
-        const Complex* const from = output_.data() + layout_.margin * layout_.step.out;
-        for (std::size_t i = 0; i < layout_.hop() * layout_.step.out; ++i) {
-            const Pair re = from[i].real(), im = from[i].imag();
-            a[i] = static_cast<f32>(re.lanes[0]);
-            c[i] = static_cast<f32>(re.lanes[1]);
-            b[i] = static_cast<f32>(im.lanes[0]);
-            d[i] = static_cast<f32>(im.lanes[1]);
-        }
-    }
 
     /// Bins above either size's half come around from the other end.
     void multiply() {
@@ -163,14 +110,9 @@ private:
     }
 
     BlockLayout layout_;
-    std::size_t channels_, blocks_; // blocks of each channel in a batch
-    History<f64> history_;
-    u64 next_ = 0; // the next batch's first frame in the history
     std::vector<f64> response_;
     PairFft forward_, backward_;
     std::vector<Complex> input_, inputSpectrum_, outputSpectrum_, output_;
-    std::vector<std::vector<f32>> done_;
-    std::size_t read_;
 };
 
 } // namespace

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <list>
-#include <mutex>
+
+#include "dsp/table_cache.h"
 
 namespace kv {
 namespace {
@@ -14,7 +14,7 @@ constexpr u64 kMaxHalf = u64{1} << 19;       // taps
 constexpr u64 kMaxExactBytes = u64{2} << 20; // what still fits the second-level caches
 constexpr u64 kMaxBytes = u64{64} << 20;     // of a table to be interpolated
 constexpr f64 kGrid = 256;                   // rows for one frame of the lower rate: error below -165 dB
-constexpr std::size_t kKeptTables = 8, kMinGrid = 4; // rows
+constexpr std::size_t kMinGrid = 4;          // rows
 
 template <class T>
 void fillRow(const FilterShape& shape, f64 shrink, f64 at, std::size_t half, std::span<T> row) {
@@ -56,28 +56,10 @@ u64 halfLength(const FilterShape& shape, const RationalStep& step) {
 
 template <class T>
 std::shared_ptr<const PhaseTable<T>> phaseTable(const FilterShape& shape, const RationalStep& step) {
-    struct Kept {
-        FilterShape shape;
-        u64 in, out;
-        std::shared_ptr<const PhaseTable<T>> table;
-    };
-    static std::mutex mutex;
-    static std::list<Kept> kept; // the last used first
-
-    const std::scoped_lock lock(mutex);
-    const auto known = std::find_if(kept.begin(), kept.end(), [&](const Kept& k) {
-        return k.shape == shape && k.in == step.in && k.out == step.out;
-    });
-    if (known != kept.end()) {
-        kept.splice(kept.begin(), kept, known);
-        return kept.front().table;
-    }
-    auto table = makeTable<T>(shape, step);
-    if (table && table->rows.size() * sizeof(T) <= 2 * kMaxExactBytes) {
-        kept.push_front({shape, step.in, step.out, table});
-        if (kept.size() > kKeptTables) kept.pop_back();
-    }
-    return table;
+    static TableCache<PhaseTable<T>> cache;
+    return cache.get(
+        shape, step, [&] { return makeTable<T>(shape, step); },
+        [](const PhaseTable<T>& table) { return table.rows.size() * sizeof(T); });
 }
 
 template <class T>

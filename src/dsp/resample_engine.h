@@ -30,6 +30,12 @@ template <class T>
 std::unique_ptr<ResampleEngine> makeTimeFilter(const FilterShape& shape, const RationalStep& step,
                                                std::size_t channels);
 
+/// The same at several times the speed, for thousands of frames at once, but not more than for `length`
+/// output frames; null for ratios and filters that it isn't made for.
+template <class T>
+std::unique_ptr<ResampleEngine> makeSlotFilter(const FilterShape& shape, const RationalStep& step,
+                                               std::size_t channels, u64 length);
+
 /// The same filter by overlapped blocks, in double; null if the ratio doesn't give blocks of good size.
 std::unique_ptr<ResampleEngine> makeBlockFilter(const FilterShape& shape, const RationalStep& step,
                                                 std::size_t channels);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <numeric>
 
 #include "base/run_context.h"
@@ -15,16 +16,24 @@ constexpr std::size_t kMaxChannels = 256, kBlock = 4096; // frames
 constexpr u64 kMaxSamples = u64{1} << 31;
 constexpr int kAuto = 8, kFirstFilter = 3, kDoubleFilter = 7;
 
-/// The engine of a quality from 0 to 7. Only the last needs double arithmetic; its filter is so long that
-/// blocks of spectrum win whenever they can.
+/// Stretches side by side, else output frame by output frame.
+template <class T>
+std::unique_ptr<ResampleEngine> makeSinc(const FilterShape& shape, const RationalStep& step,
+                                         std::size_t channels, u64 length) {
+    auto slots = makeSlotFilter<T>(shape, step, channels, length);
+    return slots ? std::move(slots) : makeTimeFilter<T>(shape, step, channels);
+}
+
+/// The engine of a quality from 0 to 7, for `length` output frames. Only the last needs double arithmetic.
 std::unique_ptr<ResampleEngine> makeEngine(int quality, FilterSet set, const RationalStep& step,
-                                           std::size_t channels) {
+                                           std::size_t channels, u64 length) {
+    constexpr int kLongTaps = 256; // from here on blocks of spectrum win
     if (step.in == step.out) return makeInterpolator(0, step, channels);
     if (quality < kFirstFilter) return makeInterpolator(quality, step, channels);
     const FilterShape shape = filterShape(quality, set, step.out >= step.in);
-    if (quality < kDoubleFilter) return makeTimeFilter<f32>(shape, step, channels);
-    if (auto blocks = makeBlockFilter(shape, step, channels)) return blocks;
-    return makeTimeFilter<f64>(shape, step, channels);
+    if (quality < kDoubleFilter) return makeSinc<f32>(shape, step, channels, length);
+    auto blocks = shape.taps >= kLongTaps ? makeBlockFilter(shape, step, channels) : nullptr;
+    return blocks ? std::move(blocks) : makeSinc<f64>(shape, step, channels, length);
 }
 
 template <class T>
@@ -33,6 +42,37 @@ std::vector<T*> pointersTo(std::vector<std::vector<f32>>& planes) {
     pointers.reserve(planes.size());
     for (auto& plane : planes) pointers.push_back(plane.data());
     return pointers;
+}
+
+// Stereo is written out, so that it becomes a loop over vectors.
+void split(std::span<const f32> frames, std::span<f32* const> planes) {
+    const std::size_t channels = planes.size(), count = frames.size() / channels;
+    if (channels == 2) {
+        f32 *const left = planes[0], *const right = planes[1];
+        for (std::size_t i = 0; i < count; ++i) {
+            left[i] = frames[2 * i];
+            right[i] = frames[2 * i + 1];
+        }
+        return;
+    }
+    for (std::size_t c = 0; c < channels; ++c) {
+        for (std::size_t i = 0; i < count; ++i) planes[c][i] = frames[i * channels + c];
+    }
+}
+
+void join(std::span<f32* const> planes, std::span<f32> frames) {
+    const std::size_t channels = planes.size(), count = frames.size() / channels;
+    if (channels == 2) {
+        const f32 *const left = planes[0], *const right = planes[1];
+        for (std::size_t i = 0; i < count; ++i) {
+            frames[2 * i] = left[i];
+            frames[2 * i + 1] = right[i];
+        }
+        return;
+    }
+    for (std::size_t c = 0; c < channels; ++c) {
+        for (std::size_t i = 0; i < count; ++i) frames[i * channels + c] = planes[c][i];
+    }
 }
 
 } // namespace
@@ -63,7 +103,10 @@ bool Resampler::open(const ResamplerSettings& settings) {
     const int quality = settings.quality != kAuto ? settings.quality : settings.sourceBits <= 16 ? 5 : 6;
     const u32 divisor = std::gcd(settings.inRate, settings.outRate);
     const RationalStep step{settings.inRate / divisor, settings.outRate / divisor};
-    engine_ = makeEngine(quality, settings.filters, step, settings.channels);
+    const u64 length = settings.frames != 0
+                           ? resampledLength(settings.frames, settings.inRate, settings.outRate)
+                           : std::numeric_limits<u64>::max();
+    engine_ = makeEngine(quality, settings.filters, step, settings.channels, length);
     if (!engine_) {
         return Fail(kContext, "From {} to {} Hz is too far for this quality.", settings.inRate,
                     settings.outRate);
@@ -99,10 +142,8 @@ std::size_t Resampler::pull(std::span<f32* const> planes, std::size_t frames) {
 
 void Resampler::pushInterleaved(std::span<const f32> frames) {
     const std::size_t channels = settings_.channels, count = frames.size() / channels;
-    for (std::size_t c = 0; c < planes_.size(); ++c) {
-        planes_[c].resize(std::max(planes_[c].size(), count));
-        for (std::size_t i = 0; i < count; ++i) planes_[c][i] = frames[i * channels + c];
-    }
+    for (auto& plane : planes_) plane.resize(std::max(plane.size(), count));
+    split(frames.first(count * channels), pointersTo<f32>(planes_));
     push(pointersTo<const f32>(planes_), count);
 }
 
@@ -114,9 +155,7 @@ std::size_t Resampler::pullInterleaved(std::span<f32> frames) {
     for (const std::size_t wanted = frames.size() / channels; done < wanted;) {
         const std::size_t part = pull(pointers, std::min(kBlock, wanted - done));
         if (part == 0) break;
-        for (std::size_t c = 0; c < channels; ++c) {
-            for (std::size_t i = 0; i < part; ++i) frames[(done + i) * channels + c] = planes_[c][i];
-        }
+        join(pointers, frames.subspan(done * channels, part * channels));
         done += part;
     }
     return done;
@@ -127,10 +166,12 @@ std::size_t Resampler::latency() const {
 }
 
 bool resample(const ResamplerSettings& settings, std::span<const f32> in, std::vector<f32>& out) {
+    ResamplerSettings whole = settings;
+    whole.frames = in.size() / std::max<std::size_t>(settings.channels, 1);
     Resampler resampler;
-    if (!resampler.open(settings)) return false;
+    if (!resampler.open(whole)) return false;
     if (in.size() % settings.channels != 0) return Fail(kContext, "The last frame is incomplete.");
-    const u64 frames = resampledLength(in.size() / settings.channels, settings.inRate, settings.outRate);
+    const u64 frames = resampledLength(whole.frames, settings.inRate, settings.outRate);
     if (frames > kMaxSamples / settings.channels) return Fail(kContext, "The result would be too long.");
     out.assign(frames * settings.channels, 0);
     std::size_t done = 0;

@@ -20,6 +20,7 @@ struct ResamplerSettings {
     std::size_t channels = 1; ///< 1 to 256
     int sourceBits = 16;      ///< for quality 8
     FilterSet filters = FilterSet::Clean;
+    u64 frames = 0; ///< of the whole input if known, else 0: a short one then takes less time and memory
 };
 
 /// Frames after the change: trunc(frames * outRate / inRate + 0.5), exactly. Limited to 2^64 - 1. Rate 0

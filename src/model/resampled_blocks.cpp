@@ -64,7 +64,9 @@ std::unique_ptr<SampleBlocks> resampled(std::unique_ptr<SampleBlocks> blocks, u3
         return nullptr;
     }
     Resampler resampler;
-    if (!resampler.open({fromHz, toHz, quality, blocks->channels(), sourceBits})) return nullptr;
+    if (!resampler.open(
+            {fromHz, toHz, quality, blocks->channels(), sourceBits, FilterSet::Clean, blocks->frames()}))
+        return nullptr;
     return std::make_unique<ResampledBlocks>(std::move(blocks), std::move(resampler),
                                              static_cast<u32>(length));
 }
