@@ -23,9 +23,10 @@ constexpr int kVectors = 4;
 using Tag = hn::CappedTag<f32, 16>;
 using Vector = hn::Vec<Tag>;
 
-/// By how much a sum may be off through rounding, as part of the greatest product of two norms that it went
-/// through: once for each product.
-constexpr f32 kRounding = 6e-8F * (LoopScore::kWindow + 2 * LoopDiagonals::kEnds + 32);
+/// What one rounding may change, as part of the greatest product of two norms that a sum went through; and
+/// how often a sum is rounded to begin with, and by the norms that it is compared with.
+constexpr f32 kRounding = 6e-8F;
+constexpr int kRun = 16, kFirstRoundings = kRun + LoopScore::kWindow / kRun + 16;
 
 /// A vector of sums for starts from `start` on and one end.
 struct Place {
@@ -39,23 +40,42 @@ HWY_INLINE Vector advance(Tag d, const f32* levels, Place at, Vector sum) {
     return hn::MulAdd(hn::LoadU(d, x - kHalf - 1), hn::Set(d, y[-kHalf - 1]), sum);
 }
 
+/// The product of two windows, rounded but a few times.
+f32 productOf(const f32* x, const f32* y) {
+    const Tag d;
+    const auto lanes = static_cast<int>(hn::Lanes(d));
+    Vector even = hn::Zero(d), odd = even;
+    for (int k = -kHalf; k < kHalf; k += 2 * lanes) {
+        even = hn::MulAdd(hn::LoadU(d, x + k), hn::LoadU(d, y + k), even);
+        odd = hn::MulAdd(hn::LoadU(d, x + k + lanes), hn::LoadU(d, y + k + lanes), odd);
+    }
+    return hn::GetLane(hn::SumOfLanes(d, hn::Add(even, odd)));
+}
+
 /// Goes through a step of one vector again and offers what is good enough.
 void offerStep(const LoopPairs& pairs, Place at, Vector sum, f32 slack, f32& best, const Offer& offer) {
     const Tag d;
-    constexpr std::size_t kMostLanes = 16;
-    f32 over[kMostLanes];
+    const auto lanes = static_cast<i64>(hn::Lanes(d));
+    // By how much a product and its norms may be off, as part of the norms.
+    const f32 rounding =
+        kRounding * (2 * static_cast<f32>(LoopScore::kWindow) / static_cast<f32>(lanes) + 16);
     for (int i = 0; i < kStep; ++i, --at.start, --at.end) {
-        const auto norms = hn::Mul(hn::LoadU(d, pairs.norms + at.start), hn::Set(d, pairs.norms[at.end]));
-        const Vector margin = hn::Add(hn::NegMulAdd(norms, hn::Set(d, best), sum), hn::Set(d, slack));
-        if (!hn::AllFalse(d, hn::Ge(margin, hn::Zero(d)))) {
-            hn::StoreU(margin, d, over);
-            for (std::size_t lane = hn::Lanes(d); lane-- > 0;) {
-                if (over[lane] >= 0)
-                    best =
-                        offer(static_cast<u32>(at.start + static_cast<i64>(lane)), static_cast<u32>(at.end));
-            }
-        }
+        const f32 *const x = pairs.levels + at.start, *const y = pairs.levels + at.end;
+        const f32 endNorm = pairs.norms[at.end];
+        const Vector enough = hn::Mul(hn::LoadU(d, pairs.norms + at.start), hn::Set(d, best * endNorm));
+        const auto near =
+            hn::Le(hn::Abs(hn::Sub(hn::LoadU(d, x), hn::Set(d, *y))), hn::Set(d, LoopScore::kMostStep));
+        const auto good = hn::And(near, hn::Ge(sum, hn::Sub(enough, hn::Set(d, slack))));
         sum = advance(d, pairs.levels, at, sum);
+        if (hn::AllFalse(d, good)) continue;
+        u8 bits[8] = {};
+        hn::StoreMaskBits(d, good, bits);
+        for (i64 lane = lanes; lane-- > 0;) {
+            if ((bits[lane / 8] >> (lane % 8) & 1) == 0) continue;
+            const f32 product = productOf(x + lane, y);
+            if (product >= (best - rounding) * pairs.norms[at.start + lane] * endNorm)
+                best = offer(static_cast<u32>(at.start + lane), static_cast<u32>(at.end));
+        }
     }
 }
 
@@ -68,14 +88,19 @@ u32 searchTile(const LoopPairs& pairs, i64 firstLane, f32& best, const Offer& of
     const auto lanes = static_cast<i64>(hn::Lanes(d));
     const f32* const levels = pairs.levels;
     constexpr auto kEnds = static_cast<i64>(LoopDiagonals::kEnds);
-    const f32 slack = kRounding * pairs.mostNorms[firstLane - kEnds] * pairs.mostNorms[pairs.lastEnd - kEnds];
+    const f32 rounding =
+        kRounding * pairs.mostNorms[firstLane - kEnds] * pairs.mostNorms[pairs.lastEnd - kEnds];
 
     Place at{firstLane, pairs.lastEnd};
     Vector sums[kVectors] = {hn::Zero(d), hn::Zero(d), hn::Zero(d), hn::Zero(d)};
-    for (int k = -kHalf; k < kHalf; ++k) {
-        const Vector y = hn::Set(d, levels[at.end + k]);
-        for (int j = 0; j < kVectors; ++j)
-            sums[j] = hn::MulAdd(hn::LoadU(d, levels + at.start + j * lanes + k), y, sums[j]);
+    for (int first = -kHalf; first < kHalf; first += kRun) {
+        Vector run[kVectors] = {hn::Zero(d), hn::Zero(d), hn::Zero(d), hn::Zero(d)};
+        for (int k = first; k < first + kRun; ++k) {
+            const Vector y = hn::Set(d, levels[at.end + k]);
+            for (int j = 0; j < kVectors; ++j)
+                run[j] = hn::MulAdd(hn::LoadU(d, levels + at.start + j * lanes + k), y, run[j]);
+        }
+        for (int j = 0; j < kVectors; ++j) sums[j] = hn::Add(sums[j], run[j]);
     }
 
     u32 again = 0;
@@ -96,6 +121,7 @@ u32 searchTile(const LoopPairs& pairs, i64 firstLane, f32& best, const Offer& of
             }
         }
         constexpr i64 kBack = kStep - 1;
+        const f32 slack = rounding * static_cast<f32>(kFirstRoundings + 2 * (done + kStep));
         for (int j = 0; j < kVectors; ++j) {
             const Place place{from.start + j * lanes, from.end};
             const f32 enough =

@@ -35,7 +35,7 @@ public:
 
 private:
     void searchTree(u32 end, LoopFound& best) {
-        constexpr u64 kDearer = 40; // what a look into the tree costs against a pair on a diagonal
+        constexpr u64 kDearer = 64; // what a look into the tree costs against a pair on a diagonal
         const u32 lastStart = end - leastLength_;
         if (!tree_) tree_.emplace(score_, firstStart_, lastStart, end);
         if (tree_->search(end, lastStart, best) * kDearer > lastStart - firstStart_) blocks_ = pause_ *= 2;

@@ -1,6 +1,7 @@
 #include "wizards/wave_edit.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <span>
 #include <vector>
@@ -80,18 +81,25 @@ Linear maximized(std::span<const f32> samples, MaximizeMode mode) {
     return {1 / peak, -zero / peak};
 }
 
-f64 fadeGain(Fade kind, f64 done, f64 rest) {
+/// The gains of a fade from the frame `first` of `frames` on.
+void fadeGains(Fade kind, u32 first, u32 frames, std::span<f32> gains) {
+    const f64 step = 1.0 / frames;
+    const auto fill = [&](auto gainOf) { // a loop for each kind
+        for (int i = 0; i < static_cast<int>(gains.size()); ++i) {
+            const f64 done = (first + 1.0 + i) * step, rest = (static_cast<f64>(frames - first) - i) * step;
+            gains[static_cast<std::size_t>(i)] = static_cast<f32>(gainOf(done, rest));
+        }
+    };
     switch (kind) {
         case Fade::LinearIn:
-            return done;
+            return fill([](f64 done, f64) { return done; });
         case Fade::LinearOut:
-            return rest;
+            return fill([](f64, f64 rest) { return rest; });
         case Fade::ExponentialIn:
-            return 1 - std::log10(rest * 9 + 1);
+            return fill([](f64, f64 rest) { return 1 - std::log10(rest * 9 + 1); });
         case Fade::LogarithmicOut:
-            return 1 - std::log10(done * 9 + 1);
+            return fill([](f64 done, f64) { return 1 - std::log10(done * 9 + 1); });
     }
-    return 1;
 }
 
 } // namespace
@@ -155,10 +163,15 @@ bool RemoveDcOffset(Wave& wave) {
 bool FadeRange(Wave& wave, FrameRange range, Fade kind) {
     return editFloats(wave, range, [&](std::span<f32> samples, FrameRange cut) {
         const u32 frames = cut.to - cut.from;
-        const f64 step = frames == 0 ? 0 : 1.0 / frames;
-        for (u32 i = 0; i < frames; ++i) {
-            const auto gain = static_cast<f32>(fadeGain(kind, (i + 1) * step, (frames - i) * step));
-            for (u32 c = 0; c < wave.channels; ++c) samples[std::size_t{i} * wave.channels + c] *= gain;
+        const u32 channels = wave.channels;
+        f32* sample = samples.data();
+        std::array<f32, 1024> gains{};
+        for (u32 first = 0; first < frames; first += static_cast<u32>(gains.size())) {
+            const auto part = std::span(gains).first(std::min<std::size_t>(frames - first, gains.size()));
+            fadeGains(kind, first, frames, part);
+            for (const f32 gain : part) {
+                for (u32 c = 0; c < channels; ++c) *sample++ *= gain;
+            }
         }
     });
 }
