@@ -70,7 +70,7 @@ void BM_Copy(benchmark::State& state) {
         benchmark::DoNotOptimize(to.data());
         benchmark::ClobberMemory();
     }
-    state.SetBytesProcessed(static_cast<i64>(state.iterations() * from.size() * 4));
+    state.SetBytesProcessed(static_cast<i64>(state.iterations()) * static_cast<i64>(from.size() * 4));
 }
 BENCHMARK(BM_Copy)->Unit(benchmark::kMillisecond);
 
