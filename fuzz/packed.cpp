@@ -47,12 +47,22 @@ extern "C" const char* __lsan_default_suppressions() { // NOLINT(bugprone-reserv
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const auto source = std::make_shared<MemorySource>(std::as_bytes(std::span(data, size)));
+    using Source = std::shared_ptr<ByteSource>;
+    const ByteSpan bytes = std::as_bytes(std::span(data, size));
+    const Source source = std::make_shared<MemorySource>(bytes);
     check(source, probeWavPack, openWavPack);
     check(source, probeVorbis, openVorbis);
     check(source, probeFlac, openFlac);
     check(source, probeOpus, openOpus);
     check(source, probeMpeg, openMpeg);
-    check(source, probeAac, openAac);
+    check(
+        source, [](const Source& stream) { return probeAac(stream); }, openAac);
+    const ByteSpan config = bytes.first(std::min<std::size_t>(size, 2));
+    check(
+        std::make_shared<MemorySource>(bytes.subspan(config.size())),
+        [&](const Source& stream) { return probeAac(stream, config); },
+        [&](const Source& stream, u32 start, u32 frames, u32 channels) {
+            return openBareAac(stream, config, start, frames, channels);
+        });
     return 0;
 }

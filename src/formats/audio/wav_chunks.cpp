@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "base/run_context.h"
+#include "formats/audio/tags/id3_tag.h"
 #include "formats/audio/wav_codecs.h"
 #include "formats/audio/wav_reader.h"
 #include "model/sample_blocks.h"
@@ -223,7 +224,7 @@ bool wav_ParseFmt(FileContext& file, Wave& wave, WavFormat& format) {
 
 u32 wav_FramesFromBytes(const Wave& wave, const WavFormat& format, u64 dataBytes) {
     const f64 bytes = static_cast<f64>(dataBytes);
-    if (const WavCodec* codec = wavCodec(format.tag); codec && codec->kind != WavCodecKind::Mpeg) {
+    if (const WavCodec* codec = wavCodec(format.tag); codec && !codec->isStream()) {
         const f64 bits = codec->kind == WavCodecKind::Gsm ? 1.625 : wave.bits;
         return saturate<u32>(bytes * 8 / (std::max(wave.channels, 1U) * bits) + 0.5);
     }
@@ -319,6 +320,7 @@ private:
     void samplerVendorData(const SmplHeader& header, const Chunk& chunk, u64 at, const SmplLoop* loop);
     void instrument(const Chunk& chunk);
     void mesa(const Chunk& chunk);
+    void tag(const Chunk& chunk);
     void sizes64(const Chunk& chunk);
     Cue* findCue(u32 name);
     u32 frameCount(u64 dataBytes) const;
@@ -416,6 +418,10 @@ bool WavParser::walk(u64 start, u64 end, int depth) {
             case fourcc("mesa"):
                 mesa(chunk);
                 break;
+            case fourcc("ID3 "):
+            case fourcc("id3 "):
+                tag(chunk);
+                break;
             default:
                 break;
         }
@@ -480,9 +486,11 @@ u32 WavParser::frameCount(u64 dataBytes) const {
 void WavParser::settleFrames() {
     wave_.frames = frameCount(dataBytes_);
     const WavCodec* codec = wavCodec(format_.tag);
-    if (codec && codec->kind == WavCodecKind::Mpeg) {
+    if (codec && codec->isStream()) {
         const u32 stated = frameCode_ > 1 ? wave_.frames : 0;
-        return wavSettleMpeg(file_, wave_.sourceOffset, dataBytes_, stated, wave_);
+        const WavStream stream =
+            wavStream(*codec, file_.source, format_.offset, order_, wave_.sourceOffset, dataBytes_);
+        return wavSettleStream(stream, stated, format_, wave_);
     }
     const bool coded = codec != nullptr;
     const u64 held = coded ? wavCodedForm(*file_.source, format_.offset, format_.order).framesIn(dataBytes_)
@@ -508,6 +516,12 @@ void WavParser::finish() {
         point.label = cue.label;
         point.note = cue.note;
     }
+}
+
+void WavParser::tag(const Chunk& chunk) {
+    RangeSource contents(file_.source, chunk.start, chunk.size);
+    TextTaker texts(wave_);
+    takeTags(contents, texts);
 }
 
 Cue* WavParser::findCue(u32 name) {

@@ -4,7 +4,11 @@
 
 #include "base/run_context.h"
 #include "formats/audio/wav_reader.h"
+#include "formats/codecs/aac_stream.h"
+#include "formats/codecs/first_channels.h"
+#include "formats/codecs/mpeg_encoder.h"
 #include "formats/codecs/mpeg_stream.h"
+#include "formats/codecs/vorbis_stream.h"
 #include "model/wave.h"
 #include "samples/data_format.h"
 
@@ -27,6 +31,10 @@ constexpr std::string_view kGsmRefusal = "Can only handle (the standard!) mono G
 
 constexpr WavCodec g72x(u16 tag) {
     return {tag, Kind::G72x, 2, 5, 0, 0, {}, kG72xBits};
+}
+
+constexpr WavCodec stream(u16 tag, Kind kind) {
+    return {tag, kind, 0, 0, 1, 0, {}, {}};
 }
 
 constexpr WavCodec kCodecs[] = {
@@ -56,6 +64,19 @@ constexpr WavCodec kCodecs[] = {
     {0x0065, Kind::G722, 0, 0, 4, 0, {}, {}},
     {kWavMpeg, Kind::Mpeg, 0, 0, 1, 2, kMpegChannels, {}},
     {kWavMp3, Kind::Mpeg, 0, 0, 1, 2, kMpegChannels, {}},
+    stream(0x00B0, Kind::Aac),
+    stream(0x00FF, Kind::Aac),
+    stream(0x0180, Kind::Aac),
+    stream(0x2006, Kind::Aac),
+    stream(0x2007, Kind::Aac),
+    stream(0x4143, Kind::Aac),
+    stream(0xA106, Kind::Aac),
+    stream(0x674F, Kind::Vorbis),
+    stream(0x6750, Kind::Vorbis),
+    stream(0x6751, Kind::Vorbis),
+    stream(0x676F, Kind::Vorbis),
+    stream(0x6770, Kind::Vorbis),
+    stream(0x6771, Kind::Vorbis),
 };
 
 constexpr u32 kCodeOfBits[] = {0, 0, kAdpcm2, kAdpcm3, kAdpcm4, kAdpcm5};
@@ -117,30 +138,36 @@ CodedForm formOf(const CodedFmt& fmt) {
         case Kind::G722:
             return g722Form(8, true);
         case Kind::Mpeg:
+        case Kind::Aac:
+        case Kind::Vorbis:
             break;
     }
     return {};
 }
 
-/// The fields behind those that all fmt chunks have tell the bit rate: of layer III by the size of its
-/// blocks.
-bool parseMpegFmt(FileContext& file, Wave& wave, const WavFormat& format) {
+/// MPEG audio tells its bit rate behind the fields that all fmt chunks have: of layer III by the size of its
+/// blocks. For the others the mean of bytes a second counts.
+bool parseStreamFmt(const WavCodec& codec, FileContext& file, Wave& wave, const WavFormat& format) {
     constexpr f32 kUsualKbps = 128;
     constexpr u32 kLeastBits = 8000;
     Bytes bytes(26);
     bytes.resize(file.source->readAt(format.offset, bytes));
     ByteCursor in(bytes, format.offset);
-    in.skip(20);
+    in.skip(8);
+    const u32 bytesPerSecond = in.integer<u32>(format.order);
+    in.skip(8);
     const u32 bits = in.integer<u32>(format.order); // of layer III: flags
     const u16 modeOrSize = in.integer<u16>(format.order);
-    if (format.tag == kWavMpeg) {
+    if (codec.kind != Kind::Mpeg) {
+        wave.compressedKbps = static_cast<f32>(bytesPerSecond) * 8 / 1000;
+    } else if (format.tag == kWavMpeg) {
         if ((modeOrSize & 8) != 0 && (modeOrSize & 7) != 0) return Fail("wav_Imp", kMpegChannels);
         wave.compressedKbps = bits < kLeastBits ? kUsualKbps : static_cast<f32>(bits) / 1000;
     } else {
         const f32 unit = format.sampleRate < 28000 ? 72000 : 144000;
         wave.compressedKbps = static_cast<f32>(modeOrSize) * static_cast<f32>(format.sampleRate) / unit;
     }
-    wave.channels = format.channels;
+    wave.channels = std::min<u32>(format.channels, 2);
     wave.sampleRate = format.sampleRate;
     wave.bits = 1;
     wave.preferredFormat = kCompressed;
@@ -165,7 +192,7 @@ bool wav_ParseCodedFmt(const WavCodec& codec, FileContext& file, Wave& wave, con
         return Fail("wav_Imp", codec.channelsRefusal);
     if (codec.mostBits != 0 && (format.bits < codec.leastBits || format.bits > codec.mostBits))
         return Fail("wav_Imp", codec.bitsRefusal);
-    if (codec.kind == Kind::Mpeg) return parseMpegFmt(file, wave, format);
+    if (codec.isStream()) return parseStreamFmt(codec, file, wave, format);
     if (!wavCodedForm(*file.source, format.offset, format.order).decode)
         return Fail("wav_Imp",
                     codec.bitsRefusal.empty() ? "Unsupported compression type" : codec.bitsRefusal);
@@ -183,17 +210,72 @@ bool wav_ParseCodedFmt(const WavCodec& codec, FileContext& file, Wave& wave, con
     return true;
 }
 
-void wavSettleMpeg(const FileContext& file, u64 dataStart, u64 dataBytes, u32 frames, Wave& wave) {
-    const auto stream = std::make_shared<RangeSource>(file.source, dataStart, dataBytes);
-    const std::optional<PackedStreamInfo> info = probeMpeg(stream);
+WavStream wavStream(const WavCodec& codec, const std::shared_ptr<ByteSource>& file, u64 fmtOffset,
+                    std::endian order, u64 dataStart, u64 dataBytes) {
+    WavStream stream{codec.kind, std::make_shared<RangeSource>(file, dataStart, dataBytes), {}};
+    constexpr std::size_t kExtension = 18, kMostConfig = 64, kUsualConfig = 2, kDelay = 28;
+    constexpr u16 kBare = 0x00FF;
+    Bytes bytes(kExtension + kMostConfig);
+    bytes.resize(file->readAt(fmtOffset, bytes));
+    ByteCursor in(bytes);
+    if (codec.tag == kWavMp3) {
+        // Other writers have values here that have nothing to do with their streams.
+        in.skip(kDelay);
+        if (in.integer<u16>(order) == kMp3Delay) {
+            stream.extra = kMp3Delay;
+            stream.lead = kMp3Delay + 1; // with the frame that the decoder adds
+        }
+    }
+    if (codec.kind != Kind::Aac) return stream;
+    in.skip(kExtension - 2);
+    const std::size_t size = in.integer<u16>(order);
+    if (size != kUsualConfig && codec.tag != kBare) return stream;
+    const ByteSpan config = in.bytes(std::min(size, in.left()));
+    stream.config.assign(config.begin(), config.end());
+    return stream;
+}
+
+namespace {
+
+std::optional<PackedStreamInfo> probe(const WavStream& stream) {
+    switch (stream.kind) {
+        case Kind::Aac:
+            return probeAac(stream.data, stream.config);
+        case Kind::Vorbis:
+            return probeVorbis(stream.data);
+        default:
+            return probeMpeg(stream.data);
+    }
+}
+
+} // namespace
+
+void wavSettleStream(const WavStream& stream, u32 frames, WavFormat& format, Wave& wave) {
+    const std::optional<PackedStreamInfo> info = probe(stream);
     if (!info) {
-        runContext().diagnostics.warn(dataStart, "data", runContext().error.message);
+        runContext().diagnostics.warn(wave.sourceOffset, "data", runContext().error.message);
         return;
     }
-    wave.channels = info->channels;
+    format.channels = static_cast<u16>(info->channels);
+    wave.channels = std::min(info->channels, 2U);
     wave.sampleRate = info->sampleRate;
-    const u32 there = static_cast<u32>(std::min<u64>(info->frames, std::numeric_limits<u32>::max()));
-    wave.frames = frames == 0 ? there : std::min(frames, there);
+    const u64 there = info->frames - std::min<u64>(info->frames, stream.lead);
+    const u64 stated = frames > stream.extra ? frames - stream.extra : there;
+    wave.frames = static_cast<u32>(std::min<u64>({stated, there, std::numeric_limits<u32>::max()}));
+}
+
+std::unique_ptr<SampleBlocks> wavOpenStream(const WavStream& stream, u32 channels, const Wave& wave) {
+    const auto open = [&] {
+        switch (stream.kind) {
+            case Kind::Aac:
+                return openBareAac(stream.data, stream.config, 0, wave.frames, channels);
+            case Kind::Vorbis:
+                return openVorbis(stream.data, 0, wave.frames, channels);
+            default:
+                return openMpeg(stream.data, stream.lead, wave.frames, channels);
+        }
+    };
+    return firstChannels(open(), wave.channels);
 }
 
 } // namespace kv

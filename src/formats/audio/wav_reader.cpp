@@ -5,7 +5,6 @@
 
 #include "base/run_context.h"
 #include "formats/audio/wav_codecs.h"
-#include "formats/codecs/mpeg_stream.h"
 #include "model/collection.h"
 #include "model/store.h"
 #include "model/workspace.h"
@@ -118,9 +117,10 @@ private:
 std::unique_ptr<SampleBlocks> openWav(const Wave& wave, FileContext& file) {
     const Layout layout(wave);
     const WavCodec* codec = wavCodec(layout.tag);
-    if (file.source && codec && codec->kind == WavCodecKind::Mpeg) {
-        const auto stream = std::make_shared<RangeSource>(file.source, file.position, layout.dataBytes);
-        return openMpeg(stream, 0, wave.frames, wave.channels);
+    if (file.source && codec && codec->isStream()) {
+        const WavStream stream =
+            wavStream(*codec, file.source, layout.fmtOffset, layout.order, file.position, layout.dataBytes);
+        return wavOpenStream(stream, layout.channels, wave);
     }
     if (file.source && codec) {
         CodedForm form = wavCodedForm(*file.source, layout.fmtOffset, layout.order);

@@ -5,7 +5,10 @@
 
 #include "base/run_context.h"
 #include "formats/audio/wav_chunks.h"
+#include "formats/codecs/mpeg_encoder.h"
+#include "model/resampled_blocks.h"
 #include "model/sample_blocks.h"
+#include "model/store.h"
 #include "model/wave.h"
 #include "model/workspace.h"
 #include "samples/data_format.h"
@@ -245,6 +248,7 @@ u32 wavPlainCodes() {
 }
 
 u64 WavEncoding::bytesFor(u32 frames) const {
+    if (packed) return packed->size();
     return coded ? coded->bytesFor(frames) : u64{frames} * frameBytes;
 }
 
@@ -266,13 +270,14 @@ bool wavEncoding(const Wave& wave, u32 formatWord, u32 subType, WavEncoding& enc
 }
 
 bool writeEncoded(SampleBlocks& blocks, const WavEncoding& encoding, ByteSink& sink) {
+    if (encoding.packed) return sink.write(*encoding.packed) || Fail("wav_Exp", "Writing to file failed");
     return encoding.coded ? writeCoded(blocks, *encoding.coded, sink)
                           : writeSamples(blocks, encoding.word, sink);
 }
 
-bool wavParts(const Wave& wave, u32 frames, u32 formatWord, u32 subType, f32, WavParts& parts) {
+bool wavParts(const Wave& wave, u32 frames, u32 formatWord, u32 subType, WavParts& parts) {
     WavEncoding& encoding = parts.encoding;
-    if (!wavEncoding(wave, formatWord, subType, encoding)) return false;
+    if (!encoding.packed && !wavEncoding(wave, formatWord, subType, encoding)) return false;
     const bool bare = subType == kWavSubBare, cwdt = subType == kWavSubCwdt;
     const u32 code = formatWord & kCodeMask;
     parts.dataBytes = encoding.bytesFor(frames);
@@ -281,6 +286,7 @@ bool wavParts(const Wave& wave, u32 frames, u32 formatWord, u32 subType, f32, Wa
     u32& fact = workspace().wavFact;
     if (encoding.coded || code == kMuLaw || code == kALaw) fact = frames;
     if (code == kGsm) fact = saturate<u32>(static_cast<f64>(ceilDiv(frames, 320) * 320));
+    if (encoding.packed) fact = frames + kMp3Delay;
     ByteWriter chunks;
     chunks.bytes(encoding.fmt);
     if (!encoding.linear || isExtensible(subType)) chunks.text("fact").u32le(4).u32le(fact);
@@ -302,14 +308,87 @@ bool wavParts(const Wave& wave, u32 frames, u32 formatWord, u32 subType, f32, Wa
     return true;
 }
 
+namespace {
+
+/// The bit rate in kbit/s: what is asked for, else what a compressed wave has.
+u32 compressedRate(const Wave& wave, f32 kbps) {
+    constexpr u32 kUsual = 128, kLeast = 8, kMost = 320;
+    if (kbps == 0 && wave.preferredFormat == kCompressed) kbps = wave.compressedKbps;
+    const u32 rate = saturate<u32>(static_cast<f64>(kbps) + 0.5);
+    return rate < kLeast || rate > kMost ? kUsual : rate;
+}
+
+/// Packs samples as MPEG layer III, which the fmt chunk of MPEGLAYER3WAVEFORMAT describes.
+bool packCompressed(SampleBlocks& blocks, u32 channels, u32 rate, u32 kbps, WavEncoding& encoding) {
+    constexpr u16 kMp3Id = 1;
+    constexpr u32 kFmtBytes = 30, kExtensionBytes = 12;
+    MemorySink sink;
+    MpegSettings settings{channels, rate, MpegRate::Constant, static_cast<f32>(kbps), false};
+    const std::unique_ptr<PackingSink> encoder = makeMp3Encoder(sink, settings);
+    if (!encoder || !packSamples(blocks, *encoder)) return false;
+    encoding.packed = sink.take();
+    encoding.linear = false;
+    const u32 block = (kbps * (rate < 28000 ? 72000 : 144000) + rate / 2) / rate;
+    ByteWriter fmt;
+    fmt.text("fmt ").u32le(kFmtBytes);
+    fmt.u16le(kWavMp3).u16le(static_cast<u16>(channels)).u32le(rate);
+    fmt.u32le((kbps * 1000 + 4) / 8).u16le(1).u16le(0).u16le(kExtensionBytes);
+    fmt.u16le(kMp3Id).u32le(0).u16le(static_cast<u16>(block)).u16le(1).u16le(kMp3Delay);
+    encoding.fmt = fmt.take();
+    return true;
+}
+
+/// A copy of a wave, without samples, of another rate: its places follow.
+class RateCopy {
+public:
+    RateCopy(const Wave& wave, u32 rate) : copy_(store().Create<Wave>(wave, kNextFreeNumber)) {
+        const f64 factor = static_cast<f64>(rate) / wave.sampleRate;
+        copy_->sampleRate = rate;
+        copy_->params.loopStart *= factor;
+        copy_->params.loopEnd *= factor;
+        for (CuePoint& cue : copy_->cuePoints) {
+            cue.position = saturate<u32>(cue.position * factor + 0.5);
+            cue.length = saturate<u32>(cue.length * factor + 0.5);
+        }
+    }
+    ~RateCopy() { store().Delete(copy_); }
+    RateCopy(const RateCopy&) = delete;
+    RateCopy& operator=(const RateCopy&) = delete;
+    const Wave& wave() const { return *copy_; }
+
+private:
+    Wave* copy_;
+};
+
+bool exportCompressed(const Wave& wave, FileContext& file, u32 formatWord, u32 subType, f32 kbps) {
+    constexpr int kQuality = 5;
+    if (isExtensible(subType)) return Fail("wav_Exp", "Unsupported subformat");
+    const u32 channels = writableChannels(wave.channels, formatWord);
+    const u32 rate = mpegRateFor(wave.sampleRate, 3);
+    const std::unique_ptr<SampleBlocks> blocks =
+        resampled(openSamples(wave, true), wave.sampleRate, rate, kQuality, sourceBitsOf(wave));
+    if (channels == 0 || !blocks) return false;
+    WavParts parts;
+    if (!packCompressed(*blocks, channels, rate, compressedRate(wave, kbps), parts.encoding)) return false;
+    std::optional<RateCopy> copy;
+    if (rate != wave.sampleRate) copy.emplace(wave, rate);
+    if (!wavParts(copy ? copy->wave() : wave, blocks->frames(), formatWord, subType, parts)) return false;
+    return (file.write(parts.head) && file.write(*parts.encoding.packed) && file.write(parts.tail)) ||
+           Fail("wav_Exp", "Writing to file failed");
+}
+
+} // namespace
+
 bool wav_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool perWave, f32 kbps) {
     if (classOf(item.id()) != kWaveClass) return Fail("wav_Exp", "The file format can not save this item");
     const auto& wave = static_cast<const Wave&>(item);
     if (perWave) formatWord |= wave.preferredFormat & kCodeMask;
+    if ((formatWord & kCodeMask) == kCompressed)
+        return exportCompressed(wave, file, formatWord, subType, kbps);
     const std::unique_ptr<SampleBlocks> blocks = openSamples(wave, encodesFromFloat(formatWord));
     if (!blocks) return false;
     WavParts parts;
-    if (!wavParts(wave, blocks->frames(), formatWord, subType, kbps, parts)) return false;
+    if (!wavParts(wave, blocks->frames(), formatWord, subType, parts)) return false;
     if (!file.write(parts.head)) return Fail("wav_Exp", "Writing to file failed");
     if (!writeEncoded(*blocks, parts.encoding, *file.sink)) return false;
     return file.write(parts.tail) || Fail("wav_Exp", "Writing to file failed");

@@ -28,6 +28,7 @@ struct WavEncoding {
     u32 frameBytes = 0;               ///< of plain samples
     bool linear = true;               ///< of tag 1, without a fact chunk
     std::optional<CodedWriter> coded; ///< writes the samples in place of the word
+    std::optional<Bytes> packed;      ///< the samples themselves, in place of both
 
     u64 bytesFor(u32 frames) const;
 };
@@ -49,14 +50,15 @@ struct WavParts {
     Bytes tail;        ///< behind the last sample, pad byte included
 };
 
-/// Lays out the file for `frames` frames of the wave. `kbps` is for compressed codes. False with the error
-/// pair set when the format word can't be written.
-bool wavParts(const Wave& wave, u32 frames, u32 formatWord, u32 subType, f32 kbps, WavParts& parts);
+/// Lays out the file for `frames` frames of the wave, around samples that were packed before if
+/// `parts.encoding` has some. False with the error pair set when the format word can't be written.
+bool wavParts(const Wave& wave, u32 frames, u32 formatWord, u32 subType, WavParts& parts);
 
 /// Builds a whole file in memory.
 bool wav_Build(Item& item, Bytes& file, u32 formatWord, u32 subType, f32 kbps);
 
-/// Writes a file as a stream: samples go through block by block, nothing is patched.
+/// Writes a file as a stream: samples go through block by block, nothing is patched. Only those that are to
+/// be compressed are packed in memory first.
 bool wav_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool perWave, f32 kbps);
 
 } // namespace kv

@@ -26,6 +26,7 @@ struct AacLibrary {
     decltype(NeAACDecGetCurrentConfiguration)* configuration = nullptr;
     decltype(NeAACDecSetConfiguration)* configure = nullptr;
     decltype(NeAACDecInit)* init = nullptr;
+    decltype(NeAACDecInit2)* initBare = nullptr;
     decltype(NeAACDecDecode)* decode = nullptr;
 
     AacLibrary() {
@@ -34,6 +35,7 @@ struct AacLibrary {
             .bind(configuration, "NeAACDecGetCurrentConfiguration")
             .bind(configure, "NeAACDecSetConfiguration")
             .bind(init, "NeAACDecInit")
+            .bind(initBare, "NeAACDecInit2")
             .bind(decode, "NeAACDecDecode");
     }
 };
@@ -88,10 +90,10 @@ private:
 /// An open stream with what was decoded of it and not asked for yet.
 class AacStream {
 public:
-    static std::unique_ptr<AacStream> open(const std::shared_ptr<ByteSource>& source) {
+    static std::unique_ptr<AacStream> open(const std::shared_ptr<ByteSource>& source, ByteSpan config) {
         if (!aac().library.ready(kContext)) return nullptr;
         auto stream = std::make_unique<AacStream>(source);
-        return stream->opened() ? std::move(stream) : nullptr;
+        return stream->opened(config) ? std::move(stream) : nullptr;
     }
 
     explicit AacStream(const std::shared_ptr<ByteSource>& source) : source_(source), window_(source) {}
@@ -136,11 +138,12 @@ public:
     }
 
 private:
-    bool opened() {
+    bool opened(ByteSpan config) {
         const std::span<std::byte> start = window_.bytes();
         const AdtsHeader header(start);
-        isAdts_ = header.bytes != 0;
-        if (!isAdts_ && !textOf(start).starts_with("ADIF")) return Fail(kContext, "Not an AAC stream");
+        isAdts_ = config.empty() && header.bytes != 0;
+        if (config.empty() && !isAdts_ && !textOf(start).starts_with("ADIF"))
+            return Fail(kContext, "Not an AAC stream");
         decoder_ = aac().create();
         if (!decoder_) return Fail(kContext, "Out of memory");
         NeAACDecConfigurationPtr configuration = aac().configuration(decoder_);
@@ -149,12 +152,16 @@ private:
         aac().configure(decoder_, configuration);
         unsigned long rate = 0;
         unsigned char channels = 0;
-        const long used = aac().init(decoder_, bytesOfWindow(start), start.size(), &rate, &channels);
+        const long used = config.empty()
+                              ? aac().init(decoder_, bytesOf(start), start.size(), &rate, &channels)
+                              : initBare(config, rate, channels);
         if (used < 0 || static_cast<std::size_t>(used) > start.size())
             return Fail(kContext, "Not an AAC stream");
         window_.skip(static_cast<u64>(used));
         // The library makes two channels of one, which may turn out to hold two.
-        wantsMono_ = header.channels == 1;
+        constexpr std::size_t kLeastConfig = 2;
+        wantsMono_ = config.size() >= kLeastConfig ? (std::to_integer<u32>(config[1]) >> 3 & 15) == 1
+                                                   : header.channels == 1;
         while (decoded_.empty()) {
             if (!nextBlock()) return Fail(kContext, "Not an AAC stream");
         }
@@ -162,8 +169,16 @@ private:
         return true;
     }
 
-    static unsigned char* bytesOfWindow(std::span<std::byte> bytes) {
+    static unsigned char* bytesOf(std::span<std::byte> bytes) {
         return reinterpret_cast<unsigned char*>(bytes.data());
+    }
+    /// Bytes of the stream that were used up, none; or -1.
+    long initBare(ByteSpan config, unsigned long& rate, unsigned char& channels) {
+        Bytes copy(config.begin(), config.end()); // the library wants them writable
+        return aac().initBare(decoder_, bytesOf(copy), static_cast<unsigned long>(copy.size()), &rate,
+                              &channels) < 0
+                   ? -1
+                   : 0;
     }
 
     /// Decodes a block, or steps over what is none. False at the end.
@@ -182,7 +197,7 @@ private:
         }
         NeAACDecFrameInfo frame{};
         const auto* samples = static_cast<const f32*>(
-            aac().decode(decoder_, &frame, bytesOfWindow(bytes), static_cast<unsigned long>(bytes.size())));
+            aac().decode(decoder_, &frame, bytesOf(bytes), static_cast<unsigned long>(bytes.size())));
         const std::size_t used = std::min<std::size_t>(frame.bytesconsumed, bytes.size());
         if (frame.error != 0 || used == 0) {
             damaged_ = true;
@@ -208,6 +223,10 @@ private:
         decoded_.resize(frames * info_.channels);
         for (std::size_t i = 0; i < frames; ++i)
             std::copy_n(samples + i * given, info_.channels, decoded_.data() + i * info_.channels);
+        // The centre comes first, if there is one: it goes behind left and right.
+        const bool centreFirst = info_.channels > 2 && frame.channel_position[0] == FRONT_CHANNEL_CENTER;
+        for (std::size_t i = 0; centreFirst && i < decoded_.size(); i += info_.channels)
+            std::rotate(&decoded_[i], &decoded_[i + 1], &decoded_[i] + 3);
         return true;
     }
 
@@ -249,8 +268,8 @@ private:
 
 } // namespace
 
-std::optional<PackedStreamInfo> probeAac(const std::shared_ptr<ByteSource>& stream) {
-    const std::unique_ptr<AacStream> opened = AacStream::open(stream);
+std::optional<PackedStreamInfo> probeAac(const std::shared_ptr<ByteSource>& stream, ByteSpan config) {
+    const std::unique_ptr<AacStream> opened = AacStream::open(stream, config);
     if (!opened) return {};
     opened->countFrames();
     return opened->info();
@@ -258,7 +277,12 @@ std::optional<PackedStreamInfo> probeAac(const std::shared_ptr<ByteSource>& stre
 
 std::unique_ptr<SampleBlocks> openAac(const std::shared_ptr<ByteSource>& stream, u64 start, u32 frames,
                                       u32 channels) {
-    std::unique_ptr<AacStream> opened = AacStream::open(stream);
+    return openBareAac(stream, {}, start, frames, channels);
+}
+
+std::unique_ptr<SampleBlocks> openBareAac(const std::shared_ptr<ByteSource>& stream, ByteSpan config,
+                                          u64 start, u32 frames, u32 channels) {
+    std::unique_ptr<AacStream> opened = AacStream::open(stream, config);
     if (!opened) return nullptr;
     opened->info().frames = start + std::min<u64>(frames, ~start); // the caller found it out by the probe
     if (!holdsRange(kContext, opened->info(), start, frames, channels)) return nullptr;

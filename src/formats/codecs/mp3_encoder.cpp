@@ -107,7 +107,8 @@ public:
         lame().setRateOut(encoder_, static_cast<int>(settings.sampleRate));
         lame().setChannels(encoder_, static_cast<int>(settings.channels));
         lame().setMode(encoder_, settings.channels == 1 ? MONO : JOINT_STEREO);
-        lame().setLengthFrame(encoder_, output_.canSeek() ? 1 : 0);
+        lengthFrame_ = settings.lengthFrame && output_.canSeek();
+        lame().setLengthFrame(encoder_, lengthFrame_ ? 1 : 0);
         setRate(settings);
         return lame().open(encoder_) >= 0 ||
                Fail(kContext, "libmp3lame can't pack {} Hz at {} kbit/s", settings.sampleRate, settings.kbps);
@@ -116,7 +117,7 @@ public:
     bool finish() override {
         packed_.resize(kPackedBytes);
         const bool flushed = put(lame().flush(encoder_, packed_.data(), static_cast<int>(packed_.size())));
-        if (flushed && output_.canSeek()) {
+        if (flushed && lengthFrame_) {
             const std::size_t size = lame().lengthFrame(encoder_, packed_.data(), packed_.size());
             if (size <= packed_.size() && output_.seek(0)) output_.write(packed_.data(), size);
         }
@@ -158,6 +159,7 @@ private:
 
     PackedOutput output_;
     lame_t encoder_ = nullptr;
+    bool lengthFrame_ = false;
     std::vector<f32> floats_;
     std::vector<unsigned char> packed_;
 };
@@ -166,6 +168,12 @@ private:
 
 std::span<const u32> mpegSampleRates(int layer) {
     return layer == 3 ? std::span(kRates) : std::span(kRates).subspan(kOnlyLayer3);
+}
+
+u32 mpegRateFor(u32 rate, int layer) {
+    const std::span<const u32> rates = mpegSampleRates(layer);
+    const auto found = std::ranges::lower_bound(rates, rate);
+    return found == rates.end() ? rates.back() : *found;
 }
 
 std::span<const u32> mp3VariableRates() {

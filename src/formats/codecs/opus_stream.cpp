@@ -6,6 +6,7 @@
 
 #include "base/run_context.h"
 #include "base/shared_library.h"
+#include "formats/codecs/first_channels.h"
 
 namespace kv {
 namespace {
@@ -132,6 +133,8 @@ protected:
         while (!to.empty()) {
             const std::size_t got = stream_->decode(to);
             if (got == 0) return Fail(kContext, "Reading from file failed");
+            for (std::size_t i = 0; hasCentreSecond(channels()) && i < got; i += channels())
+                std::swap(to[i + 1], to[i + 2]);
             to = to.subspan(got);
         }
         return true;

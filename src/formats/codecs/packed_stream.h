@@ -10,6 +10,12 @@
 
 namespace kv {
 
+/// Where a packed stream stands in a file.
+struct PackedPlace {
+    u64 start = 0;
+    u64 bytes = 0;
+};
+
 /// What a packed stream says of itself.
 struct PackedStreamInfo {
     u32 channels = 0;

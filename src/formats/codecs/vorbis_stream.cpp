@@ -8,6 +8,7 @@
 
 #include "base/run_context.h"
 #include "base/shared_library.h"
+#include "formats/codecs/first_channels.h"
 
 namespace kv {
 namespace {
@@ -142,6 +143,7 @@ protected:
             f32** planes = nullptr;
             const std::size_t got = stream_->decode(frames - done, planes);
             if (got == 0) return Fail(kContext, "Reading from file failed");
+            if (hasCentreSecond(channels())) std::swap(planes[1], planes[2]);
             for (u32 channel = 0; channel < channels(); ++channel) {
                 f32* at = to.data() + done * channels() + channel;
                 for (const f32 v : std::span(planes[channel], got)) {

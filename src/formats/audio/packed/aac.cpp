@@ -1,7 +1,7 @@
 #include "formats/audio/packed/aac.h"
 
-#include "formats/audio/packed/id3_tag.h"
 #include "formats/audio/packed/packed_wave.h"
+#include "formats/audio/tags/id3_tag.h"
 #include "formats/codecs/aac_stream.h"
 #include "model/wave.h"
 #include "samples/data_format.h"

@@ -3,10 +3,10 @@
 #include <algorithm>
 
 #include "base/run_context.h"
-#include "formats/audio/packed/id3_tag.h"
-#include "formats/audio/packed/packed_texts.h"
 #include "formats/audio/packed/packed_wave.h"
 #include "formats/audio/packed/wav_metadata.h"
+#include "formats/audio/tags/id3_tag.h"
+#include "formats/audio/tags/tag_texts.h"
 #include "formats/codecs/flac_encoder.h"
 #include "formats/codecs/flac_stream.h"
 #include "formats/framework/losses.h"

@@ -5,8 +5,8 @@
 #include "base/run_context.h"
 #include "formats/audio/packed/aac.h"
 #include "formats/audio/packed/flac.h"
-#include "formats/audio/packed/id3_tag.h"
 #include "formats/audio/packed/packed_wave.h"
+#include "formats/audio/tags/id3_tag.h"
 #include "formats/codecs/mpeg_encoder.h"
 #include "formats/codecs/mpeg_stream.h"
 #include "formats/framework/losses.h"
@@ -22,13 +22,6 @@ constexpr f32 kUsualMp3Rate = 192, kUsualMp2Rate = 192; // kbit/s
 constexpr int kResamplingQuality = 5;
 
 const WaveReader kMpegReader{"mpeg_ImpWave", loadThroughBlocks, openPacked<openMpeg>};
-
-/// The next sample rate of a layer.
-u32 mpegRateFor(u32 rate, int layer) {
-    const std::span<const u32> rates = mpegSampleRates(layer);
-    const auto found = std::ranges::lower_bound(rates, rate);
-    return found == rates.end() ? rates.back() : *found;
-}
 
 using MakeEncoder = std::unique_ptr<PackingSink> (*)(ByteSink&, const MpegSettings&);
 

@@ -1,8 +1,8 @@
 #include "formats/audio/packed/ogg.h"
 
 #include "base/run_context.h"
-#include "formats/audio/packed/packed_texts.h"
 #include "formats/audio/packed/packed_wave.h"
+#include "formats/audio/tags/tag_texts.h"
 #include "formats/codecs/opus_encoder.h"
 #include "formats/codecs/opus_stream.h"
 #include "formats/codecs/vorbis_encoder.h"

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "base/file_context.h"
+#include "formats/codecs/first_channels.h"
 #include "formats/codecs/packed_stream.h"
 #include "formats/codecs/packing_sink.h"
 #include "model/sample_blocks.h"
@@ -12,12 +13,6 @@
 namespace kv {
 
 class Item;
-
-/// Where a packed stream stands in a file.
-struct PackedPlace {
-    u64 start = 0;
-    u64 bytes = 0;
-};
 
 /// The stream as a source of its own.
 std::shared_ptr<ByteSource> packedSource(const FileContext& file, const PackedPlace& place);
@@ -33,8 +28,6 @@ u32 losslessCode(const PackedStreamInfo& info);
 /// The stream of a wave that `importPacked` made, and the number of its channels.
 std::shared_ptr<ByteSource> packedSourceOf(const Wave& wave, const FileContext& file);
 u32 packedChannels(const Wave& wave);
-/// Of many channels the first ones. Null stays null.
-std::unique_ptr<SampleBlocks> firstChannels(std::unique_ptr<SampleBlocks> blocks, u32 channels);
 
 /// The `open` of a wave reader, by the one of a codec.
 template <auto kOpen>

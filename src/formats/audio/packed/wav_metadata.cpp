@@ -61,7 +61,7 @@ Bytes stubFile(ByteSpan chunks) {
 
 bool wavMetadata(const Wave& wave, u32 frames, u32 formatWord, WavMetadata& metadata) {
     WavParts parts;
-    if (!wavParts(wave, frames, formatWord, 0, 0, parts)) return false;
+    if (!wavParts(wave, frames, formatWord, 0, parts)) return false;
     metadata.head = std::move(parts.head);
     const auto padding = static_cast<std::ptrdiff_t>(parts.dataBytes % 2);
     metadata.tail.assign(parts.tail.begin() + padding, parts.tail.end());

@@ -1,9 +1,9 @@
 #include "formats/audio/packed/wavpack.h"
 
 #include "base/run_context.h"
-#include "formats/audio/packed/id3_tag.h"
 #include "formats/audio/packed/packed_wave.h"
 #include "formats/audio/packed/wav_metadata.h"
+#include "formats/audio/tags/id3_tag.h"
 #include "formats/codecs/wavpack_encoder.h"
 #include "formats/codecs/wavpack_stream.h"
 #include "formats/framework/losses.h"

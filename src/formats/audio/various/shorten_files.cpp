@@ -131,13 +131,13 @@ bool shn_Imp(Collection&, FileContext& file, u32) {
     return true;
 }
 
-bool shn_Exp(Item& item, FileContext& file, u32 formatWord, u32, bool perWave, f32 kbps) {
+bool shn_Exp(Item& item, FileContext& file, u32 formatWord, u32, bool perWave, f32) {
     const SampleExport out = openExport("shn_Exp", item, formatWord, perWave);
     if (!out) return false;
     const u32 code = out.word & kCodeMask;
     if ((code & (kPcm8 | kPcm16 | kMuLaw)) == 0) return Fail("shn_Exp", "Unsupported subformat");
     WavParts parts;
-    if (!wavParts(*out.wave, out.blocks->frames(), out.word, 0, kbps, parts)) return false;
+    if (!wavParts(*out.wave, out.blocks->frames(), out.word, 0, parts)) return false;
 
     ShortenEncoder encoder(code == kPcm8    ? ShortenType::Unsigned8
                            : code == kPcm16 ? ShortenType::Signed16Little

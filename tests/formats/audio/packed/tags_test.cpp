@@ -1,7 +1,7 @@
 // Texts, loops and markers around packed audio.
-#include "formats/audio/packed/id3_tag.h"
 #include "formats/audio/packed/packed_test.h"
-#include "formats/audio/packed/packed_texts.h"
+#include "formats/audio/tags/id3_tag.h"
+#include "formats/audio/tags/tag_texts.h"
 #include "model/store.h"
 
 namespace kv {

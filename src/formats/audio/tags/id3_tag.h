@@ -1,8 +1,8 @@
 // Tags around packed audio: ID3v1, ID3v2 (2.2, 2.3, 2.4: id3.org's informal standards) and APE tags.
 #pragma once
 
-#include "formats/audio/packed/packed_texts.h"
-#include "formats/audio/packed/packed_wave.h"
+#include "formats/audio/tags/tag_texts.h"
+#include "formats/codecs/packed_stream.h"
 
 namespace kv {
 

@@ -1,4 +1,4 @@
-#include "formats/audio/packed/packed_texts.h"
+#include "formats/audio/tags/tag_texts.h"
 
 #include <fmt/format.h>
 

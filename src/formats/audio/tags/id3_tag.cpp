@@ -1,4 +1,4 @@
-#include "formats/audio/packed/id3_tag.h"
+#include "formats/audio/tags/id3_tag.h"
 
 #include <algorithm>
 #include <array>
