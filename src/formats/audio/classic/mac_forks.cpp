@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "base/byte_sink.h"
+
 namespace kv {
 namespace {
 
@@ -32,6 +34,10 @@ std::string pascalAt(ByteSpan bytes, u64 at) {
     if (at >= bytes.size()) return {};
     ByteCursor in(bytes.subspan(static_cast<std::size_t>(at)));
     return std::string(textOf(in.bytes(in.u8le())));
+}
+
+std::filesystem::path besideName(const std::filesystem::path& path) {
+    return path.parent_path() / ("._" + path.filename().string());
 }
 
 u64 filledUp(u64 bytes) {
@@ -94,9 +100,8 @@ Bytes resourceForkIn(ByteSource& source) {
 Bytes findResourceFork(const std::filesystem::path& path) {
     const std::filesystem::path folder = path.parent_path(), name = path.filename();
     const std::filesystem::path candidates[] = {
-        folder / ("._" + name.string()),    folder / ".AppleDouble" / name,
-        path / "..namedfork" / "rsrc",      path / "rsrc",
-        folder / (name.string() + ".rsrc"),
+        besideName(path), folder / ".AppleDouble" / name,     path / "..namedfork" / "rsrc",
+        path / "rsrc",    folder / (name.string() + ".rsrc"),
     };
     for (const std::filesystem::path& candidate : candidates) {
         if (const auto source = openFileSource(candidate)) {
@@ -104,6 +109,19 @@ Bytes findResourceFork(const std::filesystem::path& path) {
         }
     }
     return {};
+}
+
+bool writeForkBeside(const std::filesystem::path& path, std::string_view type, std::string_view creator,
+                     ByteSpan fork) {
+    constexpr u32 kVersion = 0x00020000, kFinderEntry = 9, kFinderBytes = 32;
+    constexpr u32 kFinderStart = 26 + 2 * 12, kForkStart = kFinderStart + kFinderBytes;
+    ByteWriter out;
+    out.u32be(kAppleDouble).u32be(kVersion).fill(16).u16be(2);
+    out.u32be(kFinderEntry).u32be(kFinderStart).u32be(kFinderBytes);
+    out.u32be(kResourceEntry).u32be(kForkStart).u32be(static_cast<u32>(fork.size()));
+    out.text(type).text(creator).fill(kFinderBytes - 8).bytes(fork);
+    const std::unique_ptr<SaveFile> file = SaveFile::create(besideName(path));
+    return file && file->write(out.view()) && file->commit();
 }
 
 std::vector<StringResource> readStrings(ByteSpan fork) {

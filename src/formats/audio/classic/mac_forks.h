@@ -26,6 +26,10 @@ Bytes macBinaryHeader(std::string_view name, std::string_view type, std::string_
 
 /// The resource fork that belongs to a file, wherever programs put it; empty when there is none.
 Bytes findResourceFork(const std::filesystem::path& path);
+/// Puts a resource fork beside a file, under the name that programs look for first ("._" ahead of the
+/// file's): an AppleDouble file that tells type and creator, too, four characters each.
+bool writeForkBeside(const std::filesystem::path& path, std::string_view type, std::string_view creator,
+                     ByteSpan fork);
 /// What of a file may be a resource fork: all of it, or the entry of an AppleDouble file.
 Bytes resourceForkIn(ByteSource& source);
 

@@ -17,6 +17,7 @@
 namespace kv {
 namespace {
 
+constexpr std::string_view kType = "Sd2f", kCreator = "Sd2a";
 constexpr i16 kSampleSizeId = 1000, kSampleRateId = 1001, kChannelsId = 1002;
 constexpr u32 kWords[] = {0, kPcm8, kPcm16 | kByteswap, kPcm24 | kByteswap, kPcm32 | kByteswap};
 
@@ -101,14 +102,17 @@ bool sd2_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool pe
     if (!out) return false;
     const u32 word = out.word | ((out.word & kPcm8) != 0 ? 0 : kByteswap);
     if (subType != kSd2Flat) {
-        reportLosses(*out.wave, 0);
-        return writeSamples(*out.blocks, word, *file.sink);
+        const bool hasPlace = !file.path.empty() && file.path != "-"; // for a file beside it
+        reportLosses(*out.wave, hasPlace ? u32{kKeepsRate} : 0);
+        return writeSamples(*out.blocks, word, *file.sink) &&
+               (!hasPlace || writeForkBeside(file.path, kType, kCreator, buildFork(out)) ||
+                Fail(kContext, "Writing to file failed"));
     }
     const u64 bytes = out.dataBytes();
     if (!sizeFits(kContext, bytes)) return false;
     reportLosses(*out.wave, kKeepsRate);
     const Bytes fork = buildFork(out);
-    const Bytes head = macBinaryHeader(macName(out.wave->name()), "Sd2f", "Sd2a", static_cast<u32>(bytes),
+    const Bytes head = macBinaryHeader(macName(out.wave->name()), kType, kCreator, static_cast<u32>(bytes),
                                        static_cast<u32>(fork.size()));
     if (!file.write(head)) return Fail(kContext, "Writing to file failed");
     if (!writeSamples(*out.blocks, word, *file.sink)) return false;

@@ -110,8 +110,10 @@ TEST_F(Peers, OurFilesAreRead) {
         {"SoundBlaster voice", "o.voc", kALaw, 2, "sox"},
         {"SoundBlaster voice - Old Style", "o.voc", kPcm8, 1, "ffmpeg", 20000},
         {"SoundBlaster voice - Old Style", "o.voc", kPcm8, 2, "sox", 20000},
+        {"Sound Designer II data", "o.sd2", kPcm16, 2, "sndfile-convert", 44100},
     };
-    if (!has("sox") || !has("ffmpeg")) GTEST_SKIP() << "sox and ffmpeg read the files";
+    if (!has("sox") || !has("ffmpeg") || !has("sndfile-convert"))
+        GTEST_SKIP() << "sox, ffmpeg and sndfile-convert read the files";
     for (const Case& c : cases) {
         SCOPED_TRACE(fmt::format("{} {} channels {:x}", c.name, c.channels, c.code));
         Wave* wave = signal(3001, c.channels, c.rate);
