@@ -58,8 +58,15 @@ Skips skipsOf(const AVPacket& packet) {
 }
 
 FrameCounter::FrameCounter(const AVStream& stream) : stream_(stream) {
-    if (framesPerTick(stream) == 0 && !hasRegularPackets(stream.codecpar->codec_id)) decoder_.emplace(stream);
-    if (decoder_ && !decoder_->ready()) decoder_.reset();
+    if (framesPerTick(stream) == 0) decodeIfIrregular();
+}
+
+/// Where packets don't tell their frames, decoding does.
+void FrameCounter::decodeIfIrregular() {
+    const AVCodecID coding = stream_.codecpar->codec_id;
+    if (hasRegularPackets(coding) || coding == AV_CODEC_ID_APE) return;
+    decoder_.emplace(stream_);
+    if (!decoder_->ready()) decoder_.reset();
 }
 
 /// Frames that the packet stands for, before anything is dropped.
@@ -84,6 +91,7 @@ void FrameCounter::add(const AVPacket& packet) {
     const Skips skips = skipsOf(packet);
     bytes_ += packet.size;
     if (first_) {
+        if (!decoder_ && packet.duration <= 0) decodeIfIrregular();
         dropped_ = skips.front;
         if (skips.front == 0) frames_ -= MediaDecoder::delayOf(stream_);
     }

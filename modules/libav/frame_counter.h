@@ -27,6 +27,7 @@ public:
 
 private:
     std::int64_t framesOf(const AVPacket& packet, std::int64_t regular) const;
+    void decodeIfIrregular();
     void countDecoded();
 
     const AVStream& stream_;

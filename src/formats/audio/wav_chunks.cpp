@@ -190,7 +190,7 @@ bool wav_ParseFmt(FileContext& file, Wave& wave, WavFormat& format) {
     ByteCursor in(contents, format.offset);
     if (!parseFormat(in, format)) return false;
     if (format.channels == 0) return Fail("wav_Imp", "No channels");
-    if (const WavCodec* codec = wavCodec(format.tag); codec && !format.extensible)
+    if (const WavCodec* codec = wavCodec(format.tag); codec)
         return wav_ParseCodedFmt(*codec, file, wave, format);
 
     const TagRow* row = std::find_if(std::begin(kTags), std::end(kTags),
@@ -459,7 +459,7 @@ bool WavParser::format(const Chunk& chunk) {
     file_.position = chunk.start;
     format_.order = order_;
     if (!wav_ParseFmt(file_, wave_, format_)) return false;
-    if (format_.extensible) frameCode_ = -static_cast<i64>(format_.frameBytes());
+    if (format_.extensible && !wavCodec(format_.tag)) frameCode_ = -static_cast<i64>(format_.frameBytes());
     formatSeen_ = true;
     return true;
 }

@@ -82,7 +82,8 @@ constexpr WavCodec kCodecs[] = {
 constexpr u32 kCodeOfBits[] = {0, 0, kAdpcm2, kAdpcm3, kAdpcm4, kAdpcm5};
 
 constexpr std::size_t kMostCoefficients = 256; // a block names its pair by a byte
-constexpr std::size_t kFmtBytes = 18 + 4 + kMostCoefficients * 4;
+constexpr std::size_t kExtensibleBytes = 22;   // ahead of what a tag adds to an Extensible chunk
+constexpr std::size_t kFmtBytes = 18 + kExtensibleBytes + 4 + kMostCoefficients * 4;
 
 /// The fields of a fmt chunk that matter for coded samples.
 struct CodedFmt {
@@ -105,6 +106,11 @@ CodedFmt readFmt(ByteSource& source, u64 offset, std::endian order) {
     fmt.blockAlign = word();
     fmt.bits = word();
     in.skip(2);
+    if (fmt.tag == kWavExtensible) {
+        in.skip(6);
+        fmt.tag = static_cast<u16>(in.integer<u32>(order));
+        in.skip(12);
+    }
     fmt.samplesPerBlock = word();
     const std::size_t count = std::min<std::size_t>({word(), kMostCoefficients, in.left() / 4});
     for (std::size_t i = 0; i < count; ++i) {
@@ -158,7 +164,7 @@ bool parseStreamFmt(const WavCodec& codec, FileContext& file, Wave& wave, const 
     in.skip(8);
     const u32 bits = in.integer<u32>(format.order); // of layer III: flags
     const u16 modeOrSize = in.integer<u16>(format.order);
-    if (codec.kind != Kind::Mpeg) {
+    if (codec.kind != Kind::Mpeg || format.extensible) {
         wave.compressedKbps = static_cast<f32>(bytesPerSecond) * 8 / 1000;
     } else if (format.tag == kWavMpeg) {
         if ((modeOrSize & 8) != 0 && (modeOrSize & 7) != 0) return Fail("wav_Imp", kMpegChannels);
@@ -227,8 +233,13 @@ WavStream wavStream(const WavCodec& codec, const std::shared_ptr<ByteSource>& fi
         }
     }
     if (codec.kind != Kind::Aac) return stream;
-    in.skip(kExtension - 2);
-    const std::size_t size = in.integer<u16>(order);
+    const bool extensible = in.integer<u16>(order) == kWavExtensible;
+    in.skip(kExtension - 4);
+    std::size_t size = in.integer<u16>(order);
+    if (extensible) {
+        size -= std::min(size, kExtensibleBytes);
+        in.skip(kExtensibleBytes);
+    }
     if (size != kUsualConfig && codec.tag != kBare) return stream;
     const ByteSpan config = in.bytes(std::min(size, in.left()));
     stream.config.assign(config.begin(), config.end());

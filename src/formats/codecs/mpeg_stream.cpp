@@ -123,12 +123,20 @@ public:
     }
 
 private:
+    /// A frame counts when another one follows, but for a stream that has no room for two.
     bool opened() {
+        constexpr i64 kMostFrameBytes = 2881; // 160 kbit/s at 8 kHz
+        return begun(0) ||
+               (input_.size() <= kMostFrameBytes && input_.seek(0, SEEK_SET) && begun(MPG123_NO_READAHEAD));
+    }
+
+    bool begun(long moreFlags) {
+        if (decoder_) mpeg().destroy(decoder_);
         int ignored = 0;
         decoder_ = mpeg().create(nullptr, &ignored);
         if (!decoder_) return Fail(kContext, "Out of memory");
         constexpr long kFlags = MPG123_QUIET | MPG123_GAPLESS | MPG123_FORCE_FLOAT | MPG123_SKIP_ID3V2;
-        const bool ready = mpeg().set(decoder_, MPG123_FLAGS, kFlags, 0) == MPG123_OK &&
+        const bool ready = mpeg().set(decoder_, MPG123_FLAGS, kFlags | moreFlags, 0) == MPG123_OK &&
                            mpeg().setReader(decoder_, readBytes, seekFrom, nullptr) == MPG123_OK &&
                            mpeg().open(decoder_, &input_) == MPG123_OK &&
                            mpeg().format(decoder_, &rate_, &channels_, &encoding_) == MPG123_OK;

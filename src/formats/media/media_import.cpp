@@ -22,7 +22,7 @@ namespace kv {
 namespace {
 
 /// Layout of the private area of such a wave.
-enum Private : std::size_t { kKind, kTrack };
+enum Private : std::size_t { kKind, kTrack, kLead };
 
 /// A media file that the module has open.
 class OpenMedia {
@@ -54,6 +54,17 @@ public:
     bool start(u32 track) { return module_.start(reader_, static_cast<i32>(track)) != 0; }
     u64 decode(void* to, u64 frames) {
         return static_cast<u64>(std::max<i64>(module_.decode(reader_, to, static_cast<i64>(frames)), 0));
+    }
+    /// Decodes frames that don't count.
+    bool skip(u64 frames, u32 channels) {
+        constexpr u64 kStep = 4096;
+        std::vector<f32> nowhere(kStep * channels); // large enough for either form
+        while (frames > 0) {
+            const u64 done = decode(nowhere.data(), std::min(frames, kStep));
+            if (done == 0) return false;
+            frames -= done;
+        }
+        return true;
     }
     std::vector<MediaTrack> tracks() const { return list<MediaTrack>(module_.trackCount, module_.track); }
     std::vector<MediaText> texts() const { return list<MediaText>(module_.textCount, module_.text); }
@@ -135,6 +146,10 @@ std::unique_ptr<SampleBlocks> openTrack(const Wave& wave, FileContext& file) {
         Fail(mediaKind(kind).importContext, "Reading from file failed");
         return nullptr;
     }
+    if (!media->skip(wave.sourcePrivate[kLead], wave.channels)) {
+        Fail(mediaKind(kind).importContext, "Reading from file failed");
+        return nullptr;
+    }
     return std::make_unique<MediaBlocks>(std::move(media), wave, tracks[track].form == kMediaFloat);
 }
 
@@ -212,29 +227,51 @@ void describe(Wave& wave, const MediaTrack& track) {
              fmt::format("{} channels: only the first two are kept", track.channelsInFile)});
 }
 
-} // namespace
-
-bool media_Imp(Collection&, FileContext& file, u32 subType) {
-    const std::string_view context = mediaKind(subType).importContext;
-    const std::unique_ptr<OpenMedia> media = OpenMedia::open(file, subType);
-    if (!media) return false;
-    if (!media->scan()) return Fail(context, "Reading from file failed");
+/// Makes waves of up to `most` tracks. The first of them, or null with the error pair set.
+Wave* importTracks(FileContext& file, u32 kind, std::size_t most) {
+    const auto failed = [kind](std::string_view why) -> Wave* {
+        Fail(mediaKind(kind).importContext, why);
+        return nullptr;
+    };
+    const std::unique_ptr<OpenMedia> media = OpenMedia::open(file, kind);
+    if (!media) return nullptr;
+    if (!media->scan()) return failed("Reading from file failed");
     const std::vector<MediaTrack> tracks = media->tracks();
     const std::vector<MediaText> texts = media->texts();
     const std::vector<MediaChapter> chapters = media->chapters();
-    bool any = false;
-    for (std::size_t i = 0; i < tracks.size(); ++i) {
+    Wave* first = nullptr;
+    for (std::size_t i = 0; i < tracks.size() && most > 0; ++i) {
         if (tracks[i].frames <= 0) continue;
-        any = true;
+        --most;
         Wave* wave =
             store().Create<Wave>(kNextFreeNumber, &mediaReader, nameOf(tracks[i], i, tracks.size(), texts));
-        wave->sourcePrivate[kKind] = subType;
+        wave->sourcePrivate[kKind] = kind;
         wave->sourcePrivate[kTrack] = static_cast<u32>(i);
         describe(*wave, tracks[i]);
         takeTexts(*wave, texts);
         takeChapters(*wave, chapters);
+        if (!first) first = wave;
     }
-    return any || Fail(context, "The file has no sound in it");
+    return first ? first : failed("The file has no sound in it");
+}
+
+} // namespace
+
+bool media_Imp(Collection&, FileContext& file, u32 subType) {
+    return importTracks(file, subType, std::numeric_limits<std::size_t>::max()) != nullptr;
+}
+
+Wave* importCoded(FileContext& file, u32 kind, std::string_view coding, const TrackEdges& edges) {
+    const std::string_view context = mediaKind(kind).importContext;
+    if (!mediaModule(context)) return nullptr;
+    Wave* wave = importTracks(file, kind, 1);
+    if (!wave) {
+        Fail(context, "Compression type \"{}\" is not supported", coding);
+        return nullptr;
+    }
+    wave->sourcePrivate[kLead] = std::min(edges.lead, wave->frames);
+    wave->frames = std::min(wave->frames - wave->sourcePrivate[kLead], edges.mostFrames);
+    return wave;
 }
 
 } // namespace kv

@@ -24,6 +24,9 @@ enum MediaKind : u32 {
     kMediaAmr,
     kMediaAmrIf2,
     kMediaApe,
+    kMediaAiff, ///< these have readers of their own, which leave some codecs to libav
+    kMediaCaf,
+    kMediaOgg,
     kMediaAac, ///< MPEG 4, low complexity; all of these are only written
     kMediaAacMain,
     kMediaAacMpeg2,

@@ -351,7 +351,7 @@ constexpr FormatRow kRows[] = {
     {"nvf", "Creative Labs Nomad", RW, kWave, 0x4002000},
 
     {"o01", "Typhoon voice", R, kWave},
-    {"ogg", "Ogg Vorbis", RW, kWave, 0xD000000, 0, magicPair<"OggS", "\1vorbis", 28, kNotRuledOut>, ogg_Imp, ogg_Exp, true, ogg_Options},
+    {"ogg", "Ogg Vorbis", RW, kWave, 0xD000000, 0, oggStream, ogg_Imp, ogg_Exp, true, ogg_Options},
     {"okt", "Oktalyzer module", R, kOwn, 0, 0, magicPair<"OKTA", "SONG", 4, kNotRuledOut>},
     {"opus", "Opus", R, kWave, 0, 0, magicPair<"OggS", "OpusHead", 28, 0>, opus_Imp},
     {"opus", "Opus (Music)", W, kWave, 0xD000000, kOpusMusic, nullptr, nullptr, opus_Exp, true, opus_Options},

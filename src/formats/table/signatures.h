@@ -64,6 +64,13 @@ int magicPair(ByteSpan start, u32, u64) {
     return holdsAt(start, At, Second.view()) ? kSignature : Lone;
 }
 
+/// Ogg pages of any codec but Opus, which has a row of its own.
+inline int oggStream(ByteSpan start, u32, u64) {
+    constexpr std::size_t kCodecAt = 28, kCodecBytes = 7;
+    if (!holdsAt(start, 0, "OggS") || holdsAt(start, kCodecAt, "OpusHead")) return 0;
+    return start.size() >= kCodecAt + kCodecBytes ? kSignature : kNotRuledOut;
+}
+
 /// A MIDI system exclusive message of a maker, any channel, with the given model or format number.
 template <u8 Maker, u8 Model>
 int sysEx(ByteSpan start, u32, u64) {

@@ -41,6 +41,10 @@ TEST_F(MediaRead, LengthsAndSamplesOfEveryContainer) {
         {"b.mpeg", "-c:a ac3", 0, kCompressed},
         {"a.wma", "-c:a wmav2", 0, kCompressed},
         {"a.asf", "-c:a wmav1", 0, kCompressed},
+        {"a.caf", "-c:a alac", kFrames, kPcm16}, // codings that readers of their own leave to libav
+        {"b.caf", "-c:a libopus -ar 48000", 0, kCompressed},
+        {"a.ogg", "-c:a flac", kFrames, kPcm16},
+        {"a.oga", "-c:a flac -sample_fmt s32", kFrames, kPcm24},
     };
     ASSERT_TRUE(makeTones());
     for (const Case& c : kCases) {

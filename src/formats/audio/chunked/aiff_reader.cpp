@@ -10,6 +10,8 @@
 #include "formats/audio/chunked/packets.h"
 #include "formats/audio/chunked/wave_notes.h"
 #include "formats/framework/chunks.h"
+#include "formats/media/media_import.h"
+#include "formats/media/media_kinds.h"
 #include "model/collection.h"
 #include "model/wave.h"
 #include "samples/data_format.h"
@@ -218,8 +220,8 @@ Wave* AiffParser::importCompressed(const Compression& compression, u64 start, u6
 bool AiffParser::samples() {
     const Compression* compression = findCompression(common_.compression);
     if (!compression) {
-        return Fail(kContext, "Compression type \"{}\" is not supported",
-                    macText(bytesOf(common_.compression)));
+        wave_ = importCoded(file_, kMediaAiff, macText(bytesOf(common_.compression)));
+        return wave_ != nullptr;
     }
     const Chunk& sound = *chunks_.find("SSND");
     const Bytes header = readContents(*file_.source, sound, 8);

@@ -12,6 +12,8 @@
 #include "formats/audio/chunked/caf.h"
 #include "formats/audio/chunked/packets.h"
 #include "formats/audio/chunked/wave_notes.h"
+#include "formats/media/media_import.h"
+#include "formats/media/media_kinds.h"
 #include "model/collection.h"
 #include "model/wave.h"
 #include "samples/data_format.h"
@@ -31,27 +33,17 @@ struct Description {
     u32 flags = 0, bytesPerPacket = 0, framesPerPacket = 0, channels = 0, bits = 0;
 };
 
-/// Formats that are no linear samples.
+/// Formats that are no linear samples; all others are left to libav.
 struct Format {
     std::string_view id;
     u32 code = 0; ///< of plain samples
     PacketCoding coding = PacketCoding::None;
-    std::string_view refusal = {};
 };
 constexpr Format kFormats[] = {
     {"ulaw", kMuLaw},
     {"alaw", kALaw},
     {"ima4", 0, PacketCoding::Ima4},
     {"agsm", 0, PacketCoding::Gsm},
-    {"alac", 0, PacketCoding::None, "Apple Lossless"},
-    {"aac ", 0, PacketCoding::None, "MPEG-4 AAC"},
-    {".mp1", 0, PacketCoding::None, "MPEG layer 1"},
-    {".mp2", 0, PacketCoding::None, "MPEG layer 2"},
-    {".mp3", 0, PacketCoding::None, "MPEG layer 3"},
-    {"opus", 0, PacketCoding::None, "Opus"},
-    {"flac", 0, PacketCoding::None, "FLAC"},
-    {"MAC3", 0, PacketCoding::None, "MACE 3:1"},
-    {"MAC6", 0, PacketCoding::None, "MACE 6:1"},
 };
 
 struct Marker {
@@ -212,28 +204,30 @@ bool CafParser::samples() {
         open ? data.size - skipped : data.statedSize - std::min(data.statedSize, kEditCountBytes);
     if (desc_.format == "lpcm") return (wave_ = importLinear(start, bytes)) != nullptr;
 
+    const u32 rate = wholeRate(desc_.rate);
+    const Bytes table = contents("pakt", 24);
+    ByteCursor in(table);
+    in.skip(8);
+    const u64 frames = in.u64be();
+    const i32 priming = in.s32be();
+    const bool known = in.ok() && frames > 0 && frames <= 0xFFFFFFFF;
+
     const auto* format = std::find_if(std::begin(kFormats), std::end(kFormats),
                                       [&](const Format& f) { return f.id == desc_.format; });
-    if (format == std::end(kFormats) || !format->refusal.empty()) {
-        const std::string name = format == std::end(kFormats)
-                                     ? fmt::format("\"{}\"", AnsiToUtf8(desc_.format))
-                                     : std::string(format->refusal);
-        return Fail(kContext, "The compression type {} is not supported yet", name);
+    if (format == std::end(kFormats)) {
+        TrackEdges edges;
+        if (known) edges = {static_cast<u32>(std::max(priming, 0)), static_cast<u32>(frames)};
+        wave_ = importCoded(file_, kMediaCaf, AnsiToUtf8(desc_.format), edges);
+        return wave_ != nullptr;
     }
-    const u32 rate = wholeRate(desc_.rate);
     if (format->coding == PacketCoding::None) {
         wave_ = importWhole(file_, {format->code, desc_.channels, rate, start, bytes, 0}, kContext);
         return wave_ != nullptr;
     }
     PacketLayout layout{
         .coding = format->coding, .channels = desc_.channels, .rate = rate, .offset = start, .bytes = bytes};
-    const Bytes table = contents("pakt", 24);
-    ByteCursor in(table);
-    in.skip(8);
-    const u64 frames = in.u64be();
-    const i32 priming = in.s32be();
-    if (in.ok() && frames <= 0xFFFFFFFF) layout.frames = frames;
-    if (in.ok() && priming > 0)
+    if (known) layout.frames = frames;
+    if (known && priming > 0)
         runContext().diagnostics.warn(find("pakt")->start, "pakt",
                                       fmt::format("{} frames ahead of the first are kept", priming));
     wave_ = importPackets(file_, layout, kContext);

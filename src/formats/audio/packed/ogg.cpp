@@ -9,6 +9,8 @@
 #include "formats/codecs/vorbis_stream.h"
 #include "formats/framework/losses.h"
 #include "formats/framework/sample_file.h"
+#include "formats/media/media_import.h"
+#include "formats/media/media_kinds.h"
 #include "model/wave.h"
 #include "samples/data_format.h"
 
@@ -43,7 +45,12 @@ SampleExport openFloat(std::string_view context, Item& item, u32 formatWord) {
 
 } // namespace
 
-bool ogg_Imp(Collection&, FileContext& file, u32) {
+bool ogg_Imp(Collection& collection, FileContext& file, u32) {
+    // The first packet of a stream begins with a name for its codec.
+    Bytes start(28 + 7);
+    start.resize(file.source->readAt(0, start));
+    const std::string_view codec = textOf(start).substr(std::min<std::size_t>(start.size(), 28));
+    if (!codec.empty() && codec != "\1vorbis") return media_Imp(collection, file, kMediaOgg);
     return importOgg(file, probeVorbis(file.source), kVorbisReader, "ogg_Imp");
 }
 

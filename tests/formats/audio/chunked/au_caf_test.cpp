@@ -98,7 +98,7 @@ TEST_F(AuCaf, CafHoldsLinearSamplesOfManySizes) {
         EXPECT_EQ(wave->bits, c.bits);
     }
     EXPECT_FALSE(import(caf({.format = "alac"}, {}), "a.caf"));
-    EXPECT_EQ(failure(), "caf_Imp: The compression type Apple Lossless is not supported yet");
+    EXPECT_EQ(failure(), "caf_Imp: Compression type \"alac\" is not supported");
 }
 
 TEST_F(AuCaf, CafPlacesOfOtherProgramsAreTaken) {
