@@ -35,14 +35,14 @@ Coding codingFor(const MediaKindRow& kind, u32 code) {
 }
 
 /// What is left to be chosen of a bit rate, in kbit/s.
-f64 chooseKbps(const Wave& wave, u32 channels, u32 rate, f32 asked) {
+f64 chooseKbps(const MediaKindRow& kind, const Wave& wave, u32 channels, u32 rate, f32 asked) {
     constexpr f64 kPerChannel = 96, kUsualRate = 44100;
     // An AAC frame of 1024 samples has at most 6144 bits to a channel (ISO/IEC 14496-3).
     const f64 most = 6 * channels * rate / 1000.0;
     f64 kbps = static_cast<f64>(asked);
     if (kbps <= 0 && wave.compressedKbps >= 8) kbps = nearestCompressedRate(wave.compressedKbps);
     if (kbps <= 0) kbps = kPerChannel * channels * std::min(rate / kUsualRate, 1.0);
-    return std::min(kbps, most);
+    return std::max(std::min(kbps, most), kind.leastKbps);
 }
 
 /// The places of a wave as chapters, in order; each lasts up to the next.
@@ -198,7 +198,7 @@ bool media_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool 
         .rate = static_cast<i32>(rate),
         .channels = static_cast<i32>(wanted.channels),
         .bits = coding.bits,
-        .kbps = coding.bits == 0 ? chooseKbps(wave, wanted.channels, rate, bitRate) : 0,
+        .kbps = coding.bits == 0 ? chooseKbps(kind, wave, wanted.channels, rate, bitRate) : 0,
         .edgeFrames = static_cast<i32>(kind.edgeFrames),
         .texts = texts.data(),
         .textCount = static_cast<i32>(texts.size()),

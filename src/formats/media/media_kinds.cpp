@@ -55,6 +55,7 @@ constexpr MediaKindRow kKinds[] = {
      .demuxer = "asf",
      .muxer = "asf",
      .encoder = "wmav2",
+     .leastKbps = 24,
      .keepsTexts = true,
      .keepsEngineer = true,
      .edgeFrames = 2048},

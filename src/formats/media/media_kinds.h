@@ -42,6 +42,7 @@ struct MediaKindRow {
     const char* encoder16 = nullptr;               ///< for 16 and 24 bits, if the kind has them
     const char* encoder24 = nullptr;
     const char* encoderOptions = "";
+    f64 leastKbps = 0;       ///< that the encoder takes
     bool keepsTexts = false; ///< all but the engineer
     bool keepsEngineer = false;
     bool keepsCues = false;

@@ -71,6 +71,22 @@ TEST_F(MediaWrite, OtherProgramsAndWeReadIt) {
     }
 }
 
+TEST_F(MediaWrite, BitRatesSuitEverySampleRate) {
+    for (const u32 rate : {4000U, 8000U, 11025U, 22050U, 48000U, 96000U}) {
+        for (const u32 channels : {1U, 2U}) {
+            ASSERT_TRUE(makeTones(rate / 2, rate, channels));
+            for (const Row& row : kRows) {
+                if (row.code != kCompressed) continue;
+                SCOPED_TRACE(fmt::format("{} {} {}", row.file, rate, channels));
+                ASSERT_TRUE(imports("a.wav"));
+                EXPECT_TRUE(Export(rowOf(row.description), folder / row.file, store().First<Wave>(),
+                                   row.code | kMonoBit | kStereoBit, 0, false))
+                    << failure();
+            }
+        }
+    }
+}
+
 TEST_F(MediaWrite, RawAacSaysWhatItIs) {
     struct Case {
         const char* description;
