@@ -47,6 +47,31 @@ std::int64_t u32le(const std::uint8_t* data) {
     return data[0] | data[1] << 8 | data[2] << 16 | std::int64_t{data[3]} << 24;
 }
 
+std::int64_t u32be(const std::uint8_t* data) {
+    return std::int64_t{data[0]} << 24 | data[1] << 16 | data[2] << 8 | data[3];
+}
+
+/// Frames of all packets but the last of an Apple Lossless stream, which its description tells behind an
+/// atom's header and a version; 0 if it doesn't.
+std::int64_t alacPacketFrames(const AVStream& stream) {
+    constexpr int kFramesAt = 12;
+    const AVCodecParameters& coding = *stream.codecpar;
+    if (coding.codec_id != AV_CODEC_ID_ALAC || coding.extradata_size < kFramesAt + 4) return 0;
+    return u32be(coding.extradata + kFramesAt);
+}
+
+/// Such a packet says when it is no whole one: 3 bits of kind, 4 of number, 12 unused, then that bit, 3 more,
+/// and the frames in 32.
+std::int64_t alacFrames(const AVPacket& packet, std::int64_t whole) {
+    constexpr int kBytes = 7, kBits = 8 * kBytes, kPartialBit = 19, kFramesBit = 23;
+    if (packet.size < kBytes) return 0;
+    std::uint64_t head = 0;
+    for (int i = 0; i < kBytes; ++i) head = head << 8 | packet.data[i];
+    const bool partial = (head >> (kBits - 1 - kPartialBit) & 1) != 0;
+    const auto frames = static_cast<std::int64_t>(head >> (kBits - kFramesBit - 32) & 0xFFFFFFFF);
+    return partial && frames < whole ? frames : whole;
+}
+
 } // namespace
 
 Skips skipsOf(const AVPacket& packet) {
@@ -64,7 +89,7 @@ FrameCounter::FrameCounter(const AVStream& stream) : stream_(stream) {
 /// Where packets don't tell their frames, decoding does.
 void FrameCounter::decodeIfIrregular() {
     const AVCodecID coding = stream_.codecpar->codec_id;
-    if (hasRegularPackets(coding) || coding == AV_CODEC_ID_APE) return;
+    if (hasRegularPackets(coding) || coding == AV_CODEC_ID_APE || alacPacketFrames(stream_) > 0) return;
     decoder_.emplace(stream_);
     if (!decoder_->ready()) decoder_.reset();
 }
@@ -75,6 +100,7 @@ std::int64_t FrameCounter::framesOf(const AVPacket& packet, std::int64_t regular
     const std::int64_t most = packet.size * mostFramesPerByte(coding);
     if (coding == AV_CODEC_ID_APE) // libavformat puts their number ahead of the packet
         return packet.size < 8 ? 0 : std::min(u32le(packet.data), most);
+    if (alacPacketFrames(stream_) > 0) return std::min(alacFrames(packet, regular), most);
     const double perTick = framesPerTick(stream_);
     if (perTick == 0 || packet.duration <= 0) return std::min(regular, most);
     // The last packet may be shorter than what it decodes to.
@@ -100,9 +126,9 @@ void FrameCounter::add(const AVPacket& packet) {
         decoder_->feed(&packet);
         countDecoded();
     } else {
-        const std::int64_t regular = hasRegularPackets(stream_.codecpar->codec_id)
-                                         ? av_get_audio_frame_duration2(stream_.codecpar, packet.size)
-                                         : 0;
+        std::int64_t regular = alacPacketFrames(stream_);
+        if (hasRegularPackets(stream_.codecpar->codec_id))
+            regular = av_get_audio_frame_duration2(stream_.codecpar, packet.size);
         const std::int64_t frames = framesOf(packet, regular);
         decodable_ += regular > 0 ? regular : frames;
         frames_ += frames - skips.front - skips.back;

@@ -227,6 +227,18 @@ void describe(Wave& wave, const MediaTrack& track) {
              fmt::format("{} channels: only the first two are kept", track.channelsInFile)});
 }
 
+Wave* makeWave(const OpenMedia& media, u32 kind, std::size_t index, const MediaTrack& track,
+               std::size_t trackCount) {
+    const std::vector<MediaText> texts = media.texts();
+    Wave* wave = store().Create<Wave>(kNextFreeNumber, &mediaReader, nameOf(track, index, trackCount, texts));
+    wave->sourcePrivate[kKind] = kind;
+    wave->sourcePrivate[kTrack] = static_cast<u32>(index);
+    describe(*wave, track);
+    takeTexts(*wave, texts);
+    takeChapters(*wave, media.chapters());
+    return wave;
+}
+
 /// Makes waves of up to `most` tracks. The first of them, or null with the error pair set.
 Wave* importTracks(FileContext& file, u32 kind, std::size_t most) {
     const auto failed = [kind](std::string_view why) -> Wave* {
@@ -237,19 +249,11 @@ Wave* importTracks(FileContext& file, u32 kind, std::size_t most) {
     if (!media) return nullptr;
     if (!media->scan()) return failed("Reading from file failed");
     const std::vector<MediaTrack> tracks = media->tracks();
-    const std::vector<MediaText> texts = media->texts();
-    const std::vector<MediaChapter> chapters = media->chapters();
     Wave* first = nullptr;
     for (std::size_t i = 0; i < tracks.size() && most > 0; ++i) {
         if (tracks[i].frames <= 0) continue;
         --most;
-        Wave* wave =
-            store().Create<Wave>(kNextFreeNumber, &mediaReader, nameOf(tracks[i], i, tracks.size(), texts));
-        wave->sourcePrivate[kKind] = kind;
-        wave->sourcePrivate[kTrack] = static_cast<u32>(i);
-        describe(*wave, tracks[i]);
-        takeTexts(*wave, texts);
-        takeChapters(*wave, chapters);
+        Wave* wave = makeWave(*media, kind, i, tracks[i], tracks.size());
         if (!first) first = wave;
     }
     return first ? first : failed("The file has no sound in it");

@@ -1,6 +1,8 @@
 // Media files: every audio track becomes a wave, whose samples stay in the file.
 #pragma once
 
+#include <string_view>
+
 #include "base/file_context.h"
 
 namespace kv {
@@ -11,7 +13,7 @@ class Wave;
 /// Reads the tracks of a file; `subType` is its MediaKind.
 bool media_Imp(Collection& collection, FileContext& file, u32 subType);
 
-/// What a reader of a file knows of its samples better than libav.
+/// What the reader of a file knows of its samples better than libav.
 struct TrackEdges {
     u32 lead = 0;                ///< decoded frames ahead of the first that counts
     u32 mostFrames = UINT32_MAX; ///< that count
