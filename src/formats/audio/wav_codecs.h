@@ -1,7 +1,7 @@
 // The format tags of WAV files whose samples are coded, and how the fmt chunk describes the coding.
 #pragma once
 
-#include "formats/audio/wav_chunks.h"
+#include "formats/audio/wav_fmt.h"
 #include "formats/codecs/coded_stream.h"
 
 namespace kv {

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/run_context.h"
+#include "formats/audio/wav_chunks.h"
 #include "formats/audio/wav_codecs.h"
 #include "model/collection.h"
 #include "model/store.h"

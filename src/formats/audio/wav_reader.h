@@ -1,7 +1,7 @@
 // Samples of a WAV file that are no plain run of samples of the wave's own channels.
 #pragma once
 
-#include "formats/audio/wav_chunks.h"
+#include "formats/audio/wav_fmt.h"
 #include "model/sample_blocks.h"
 
 namespace kv {

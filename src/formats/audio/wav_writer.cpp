@@ -4,7 +4,9 @@
 #include <array>
 
 #include "base/run_context.h"
-#include "formats/audio/wav_chunks.h"
+#include "formats/audio/wav_fmt.h"
+#include "formats/audio/wav_info.h"
+#include "formats/audio/wav_smpl.h"
 #include "formats/codecs/mpeg_encoder.h"
 #include "model/resampled_blocks.h"
 #include "model/sample_blocks.h"
@@ -129,11 +131,6 @@ void writeFmt(ByteWriter& out, const WavCode& row, const Wave& wave, u32 channel
     }
 }
 
-void writeText(ByteWriter& out, std::string_view id, std::string_view text, std::size_t size) {
-    out.text(id).u32le(static_cast<u32>(size)).text(text.substr(0, size));
-    out.fill(size - std::min(size, text.size()));
-}
-
 /// A cue point as it is written.
 struct OutCue {
     u32 position;
@@ -221,25 +218,6 @@ void writeFormHeader(ByteWriter& out, u64 formBytes, u64 dataBytes, u64 frames) 
 }
 
 } // namespace
-
-void wav_WriteInfo(ByteWriter& out, const Wave& wave, bool withSoftware) {
-    const std::size_t start = out.size();
-    out.text("LIST").u32le(0).text("INFO");
-    const std::string_view name = wave.name();
-    writeText(out, "INAM", name, (name.size() + 2) & ~std::size_t{1}); // always with a terminator
-    const std::pair<std::string_view, std::string_view> items[] = {
-        {"ISFT", withSoftware ? "Kelvane Studio v11.4" : ""},
-        {"IART", wave.artist},
-        {"IPRD", wave.album},
-        {"ICOP", wave.copyright},
-        {"ICMT", wave.comments},
-        {"IENG", wave.engineer},
-    };
-    for (const auto& [id, text] : items) {
-        if (!text.empty()) writeText(out, id, text, (text.size() + 1) & ~std::size_t{1});
-    }
-    out.patchU32le(start + 4, static_cast<u32>(out.size() - start - 8));
-}
 
 u32 wavPlainCodes() {
     u32 codes = 0;

@@ -39,9 +39,6 @@ bool writeEncoded(SampleBlocks& blocks, const WavEncoding& encoding, ByteSink& s
 /// The data format codes of plain samples that `wavEncoding` takes.
 u32 wavPlainCodes();
 
-/// Appends the list of a wave's texts.
-void wav_WriteInfo(ByteWriter& out, const Wave& wave, bool withSoftware);
-
 /// All of a WAV file but its samples.
 struct WavParts {
     WavEncoding encoding;

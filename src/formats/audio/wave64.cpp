@@ -4,8 +4,8 @@
 #include <array>
 
 #include "base/run_context.h"
-#include "formats/audio/wav_chunks.h"
 #include "formats/audio/wav_reader.h"
+#include "formats/framework/chunks.h"
 #include "formats/framework/losses.h"
 #include "model/collection.h"
 #include "model/sample_blocks.h"

@@ -1,4 +1,6 @@
 #include "formats/audio/wav_chunks.h"
+#include "formats/audio/wav_fmt.h"
+#include "formats/audio/wav_smpl.h"
 #include "formats/audio/wav_writer.h"
 #include "formats/format_test.h"
 

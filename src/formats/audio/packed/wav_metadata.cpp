@@ -3,7 +3,9 @@
 #include <algorithm>
 
 #include "formats/audio/wav_chunks.h"
+#include "formats/audio/wav_fmt.h"
 #include "formats/audio/wav_writer.h"
+#include "formats/framework/chunks.h"
 #include "model/sample_blocks.h"
 #include "model/store.h"
 #include "model/wave.h"

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "base/run_context.h"
+#include "formats/audio/wav_info.h"
 #include "formats/banks/dls/dls_records.h"
 #include "formats/banks/dls/rmid.h"
 #include "model/articulation_blocks.h"

@@ -5,7 +5,8 @@
 #include <algorithm>
 
 #include "base/run_context.h"
-#include "formats/audio/wav_chunks.h"
+#include "formats/audio/wav_fmt.h"
+#include "formats/audio/wav_info.h"
 #include "formats/audio/wav_reader.h"
 #include "formats/banks/dls/dls_condition.h"
 #include "formats/banks/dls/dls_records.h"
