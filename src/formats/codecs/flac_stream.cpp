@@ -7,6 +7,9 @@
 
 #include "base/run_context.h"
 #include "base/shared_library.h"
+#include "formats/codecs/unpacked_source.h"
+#include "samples/data_format.h"
+#include "samples/stored_form.h"
 
 namespace kv {
 namespace {
@@ -183,7 +186,15 @@ private:
 class FlacBlocks final : public SampleBlocks {
 public:
     FlacBlocks(std::unique_ptr<FlacStream> stream, u32 frames)
-        : SampleBlocks(stream->info().channels, frames, stream->info().isFloat), stream_(std::move(stream)) {}
+        : SampleBlocks(stream->info().channels, frames, stream->info().isFloat),
+          stream_(std::move(stream)),
+          integers_(frames, channels(),
+                    [this](std::span<i32> to) { return fill(to, [](i32 v) { return v; }); }) {}
+
+    std::optional<StoredRun> storedAs(u32 word) const override {
+        if (stream_->info().bits != 32 || !StoredForm(word).sameAs(StoredForm(kPcm32))) return {};
+        return StoredRun{&integers_, 0, integers_.size()};
+    }
 
 protected:
     bool readNative(std::span<i16> to) override {
@@ -210,6 +221,7 @@ private:
     }
 
     std::unique_ptr<FlacStream> stream_;
+    mutable UnpackedSource integers_;
 };
 
 } // namespace

@@ -10,6 +10,7 @@
 
 #include "base/run_context.h"
 #include "base/shared_library.h"
+#include "formats/codecs/unpacked_source.h"
 #include "samples/data_format.h"
 #include "samples/kernels.h"
 #include "samples/stored_form.h"
@@ -193,36 +194,13 @@ void toWorkingForm(const WavPackStream& stream, std::span<i32> from, std::span<f
     int32ToFloat(from, to);
 }
 
-/// 32-bit integers as they are unpacked, from one end to the other.
-class UnpackedSource final : public ByteSource {
-public:
-    UnpackedSource(WavPackStream& stream, u64 frames) : stream_(stream), frames_(frames) {}
-    u64 size() const override { return frames_ * frameBytes(); }
-    std::size_t readAt(u64 offset, std::span<std::byte> to) override {
-        if (offset != at_) return 0;
-        const u64 frames = std::min<u64>(to.size(), size() - at_) / frameBytes();
-        unpacked_.resize(static_cast<std::size_t>(frames * stream_.info().channels));
-        if (!stream_.unpack(unpacked_)) return 0;
-        std::memcpy(to.data(), unpacked_.data(), unpacked_.size() * sizeof(i32));
-        at_ += unpacked_.size() * sizeof(i32);
-        return unpacked_.size() * sizeof(i32);
-    }
-
-private:
-    u64 frameBytes() const { return u64{stream_.info().channels} * sizeof(i32); }
-    WavPackStream& stream_;
-    u64 frames_;
-    u64 at_ = 0;
-    std::vector<i32> unpacked_;
-};
-
 class WavPackBlocks final : public SampleBlocks {
 public:
     WavPackBlocks(std::unique_ptr<WavPackStream> stream, u32 frames)
         : SampleBlocks(stream->info().channels, frames, stream->info().isFloat),
           stream_(std::move(stream)),
           left_(u64{frames} * channels()),
-          unpackedSource_(*stream_, frames) {}
+          unpackedSource_(frames, channels(), [this](std::span<i32> to) { return stream_->unpack(to); }) {}
 
     /// A float hasn't the bits of a 32-bit integer.
     std::optional<StoredRun> storedAs(u32 word) const override {

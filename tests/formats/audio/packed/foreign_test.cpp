@@ -54,6 +54,21 @@ TEST_F(Foreign, LosslessBothWays) {
     }
 }
 
+TEST_F(Foreign, FlacOf32BitsLosesNone) {
+    KV_NEEDS("flac");
+    ASSERT_TRUE(import(noise(2, 32, 70'001), "a.wav"));
+    const Bytes samples = dataOf("a.wav");
+    if (!run("flac -s a.wav -o b.flac")) GTEST_SKIP() << "an older flac";
+    for (const char* name : {"c.wav", "c.aif"}) {
+        ASSERT_TRUE(importFile("b.flac")) << failure();
+        EXPECT_EQ(store().First<Wave>()->bits, 32U);
+        exportTo(std::string_view(name) == "c.wav" ? "Microsoft wave" : "Audio interchange", name);
+        ASSERT_TRUE(importFile(name)) << failure();
+        exportTo("Microsoft wave", "d.wav");
+        EXPECT_TRUE(dataOf("d.wav") == samples) << name;
+    }
+}
+
 struct Lossy {
     const char *row, *name, *program, *unpack;
     u32 rateOut; ///< 0: as it was
