@@ -156,6 +156,27 @@ Bytes contentsOf(ByteSource& tag, u64 at, const Frame& frame, int version) {
     return (frame.flags & flags.unsynchronised) != 0 ? resynchronised(bytes) : bytes;
 }
 
+/// A chapter, in milliseconds, with frames of its own for a title (ID3v2 Chapter Frame Addendum, 2005).
+void takeChapter(ByteSpan contents, int version, TextTaker& texts) {
+    takeString(contents, kLatin1); // a name for other frames
+    ByteCursor in(contents);
+    const u32 start = in.u32be(), end = in.u32be();
+    in.skip(8);
+    if (!in.ok()) return;
+    TimedMark mark{start / 1000.0, end / 1000.0, {}};
+    while (in.left() > frameHeaderBytes(version)) {
+        const Frame frame = readFrame(in.bytes(frameHeaderBytes(version)), version);
+        if (frame.size == 0 || frame.size > in.left()) break;
+        ByteSpan title = in.bytes(static_cast<std::size_t>(frame.size));
+        if (frame.id != "TIT2") continue;
+        const u8 encoding = std::to_integer<u8>(title[0]);
+        title = title.subspan(1);
+        if (encoding > kUtf8) continue;
+        mark.label = utf8Of(takeString(title, encoding), encoding);
+    }
+    texts.take(std::move(mark));
+}
+
 void takeId3v2(ByteSource& source, u64 start, TextTaker& texts) {
     const Bytes header = readSome(source, start, kHeaderBytes);
     const int version = std::to_integer<u8>(header[3]);
@@ -187,6 +208,8 @@ void takeId3v2(ByteSource& source, u64 start, TextTaker& texts) {
         if (frame.size > end - std::min(end, at)) break;
         if (frame.id[0] == 'T' || frame.id.starts_with("COM"))
             takeFrame(frame.id, contentsOf(*tag, at, frame, version), texts);
+        else if (frame.id == "CHAP")
+            takeChapter(contentsOf(*tag, at, frame, version), version, texts);
         at += frame.size;
     }
 }

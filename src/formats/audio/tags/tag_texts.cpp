@@ -12,7 +12,7 @@
 namespace kv {
 namespace {
 
-constexpr std::size_t kMostTextBytes = 65536;
+constexpr std::size_t kMostTextBytes = 65536, kMostChapterTexts = 2000;
 
 constexpr TextRow kRows[] = {
     {"TITLE", [](const Wave& w) { return w.name().view(); },
@@ -60,6 +60,9 @@ void TextTaker::take(std::string_view name, std::string_view text) {
     for (const auto& [placeName, place] : places) {
         if (equalIgnoringCase(name, placeName)) *place = placeOf(text);
     }
+    if (equalIgnoringCase(name, "CUESHEET") && marks_.empty()) marks_ = readCueSheet(text);
+    if (toUpper(name).starts_with("CHAPTER") && chapters_.size() < kMostChapterTexts)
+        chapters_.emplace(toUpper(name), text);
     const std::string_view known = rowName(name);
     for (const TextRow& row : kRows) {
         if (!equalIgnoringCase(row.name, known) || text.empty()) continue;
@@ -75,6 +78,33 @@ void TextTaker::take(std::string_view comment) {
 }
 
 void TextTaker::finish() {
+    setLoop();
+    setMarkers();
+}
+
+void TextTaker::setMarkers() {
+    // Chapters of Vorbis comments: CHAPTER001=00:01:02.500, and CHAPTER001NAME.
+    for (const auto& [name, text] : chapters_) {
+        const std::optional<f64> start = readTimestamp(text);
+        const auto label = chapters_.find(name + "NAME");
+        if (start) marks_.push_back({*start, 0, label == chapters_.end() ? std::string() : label->second});
+    }
+    if (!wave_.cuePoints.empty()) return;
+    const auto frameAt = [&](f64 seconds) { return saturate<u32>(seconds * wave_.sampleRate + 0.5); };
+    for (std::size_t i = 0; i < marks_.size(); ++i) {
+        CuePoint cue;
+        cue.position = frameAt(marks_[i].start);
+        if (cue.position >= wave_.frames) continue;
+        // A chapter that ends where the next one begins, or the file, is a place; else it is a range.
+        const u32 end = frameAt(marks_[i].end), slack = wave_.sampleRate / 500;
+        const u32 next = i + 1 < marks_.size() ? frameAt(marks_[i + 1].start) : wave_.frames;
+        if (end > cue.position && u64{end} + slack < next) cue.length = end - cue.position;
+        cue.label = textFromBytes(bytesOf(marks_[i].label));
+        wave_.cuePoints.push_back(std::move(cue));
+    }
+}
+
+void TextTaker::setLoop() {
     if (loopStart_ < 0 || wave_.params.looped()) return;
     const i64 end = loopLength_ > 0 ? loopStart_ + loopLength_ : loopEnd_;
     if (end <= loopStart_ || loopStart_ >= wave_.frames) return;

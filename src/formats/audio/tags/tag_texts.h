@@ -2,12 +2,14 @@
 // like.
 #pragma once
 
+#include <map>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "base/bytes.h"
+#include "formats/audio/tags/cue_sheet.h"
 
 namespace kv {
 
@@ -30,14 +32,21 @@ public:
     void take(std::string_view name, std::string_view text);
     /// "NAME=text".
     void take(std::string_view comment);
+    void take(TimedMark mark) { marks_.push_back(std::move(mark)); }
     /// Sets the loop if its places were among them (LOOPSTART with LOOPLENGTH or LOOPEND, in frames), and
-    /// there is none yet. `frames` of the wave must be known by then.
+    /// there is none yet; likewise markers (a CUESHEET, or CHAPTER001 and the like). `frames` and
+    /// `sampleRate` of the wave must be known by then.
     void finish();
 
 private:
+    void setLoop();
+    void setMarkers();
+
     Wave& wave_;
     std::vector<std::string_view> taken_; ///< names of `textRows`
     i64 loopStart_ = -1, loopLength_ = -1, loopEnd_ = -1;
+    std::vector<TimedMark> marks_;
+    std::map<std::string, std::string, std::less<>> chapters_; ///< by name in capitals
 };
 
 /// All texts as "NAME=text", and the loop in frames that are `loopScale` to one of the wave's; 0: no loop.

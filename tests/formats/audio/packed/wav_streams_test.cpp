@@ -1,5 +1,8 @@
 // Packed streams within WAV files, and tags.
+#include <gmock/gmock.h>
+
 #include "formats/audio/packed/packed_test.h"
+#include "formats/audio/tags/tag_texts.h"
 
 namespace kv {
 namespace {
@@ -114,6 +117,67 @@ TEST_F(WavStreams, OfManyChannelsLeftAndRightAreKept) {
         EXPECT_EQ(store().First<Wave>()->channels, 2U);
         EXPECT_LT(largestDifference(std::span(source).subspan(8000, 20'000), std::span(ours).subspan(8000)),
                   0.12F);
+    }
+}
+
+// Markers of an mp3, which has none of its own.
+TEST_F(WavStreams, ChaptersOfTags) {
+    const auto frame = [](std::string_view id, ByteSpan contents) {
+        ByteWriter out;
+        out.text(id).u32be(static_cast<u32>(contents.size())).u16be(0).bytes(contents);
+        return out.take();
+    };
+    const auto chapter = [&](u32 start, u32 end, std::string_view title) {
+        ByteWriter text, out;
+        text.u8le(3).text(title);
+        out.text("ch").u8le(0).u32be(start).u32be(end).u32be(0xFFFFFFFF).u32be(0xFFFFFFFF);
+        out.bytes(frame("TIT2", text.view()));
+        return frame("CHAP", out.view());
+    };
+    ByteWriter frames, tagged;
+    frames.bytes(chapter(0, 100, "Intro"))
+        .bytes(chapter(250, 300, "Caf\xC3\xA9"))
+        .bytes(chapter(0x7FFFFFFF, 0, "late"));
+    ASSERT_TRUE(import(tones(1, 44100, 30'000), "a.wav"));
+    exportTo("MPEG layer III - CBR", "a.mp3");
+    tagged.text("ID3").u8le(3).u8le(0).u8le(0).u16be(0);
+    tagged.u8le(static_cast<u8>(frames.size() >> 7)).u8le(static_cast<u8>(frames.size() & 127));
+    tagged.bytes(frames.view()).bytes(test::readFile(folder / "a.mp3"));
+    const Wave* wave = import(tagged.view(), "b.mp3");
+    ASSERT_TRUE(wave) << failure();
+    EXPECT_THAT(wave->cuePoints, testing::ElementsAre(CuePoint{0, 4410, "Intro", ""},
+                                                      CuePoint{11025, 2205, "Caf\xC3\xA9", ""}));
+}
+
+TEST_F(WavStreams, CueSheets) {
+    constexpr std::string_view kSheet =
+        "TITLE \"Disc\"\r\nFILE \"x.wav\" WAVE\r\n  TRACK 01 AUDIO\r\n    TITLE \"One\"\r\n    INDEX 01 "
+        "00:00:00\r\n"
+        "  TRACK 02 AUDIO\n    INDEX 00 00:01:00\n    INDEX 01 00:01:37\n    INDEX 02 00:02:00\n    TITLE "
+        "Two\n"
+        "  TRACK 03 AUDIO\n    INDEX 01 0:x:0\n  TRACK 04 AUDIO\nINDEX 01 61:00:74";
+    const std::vector<TimedMark> marks = readCueSheet(kSheet);
+    ASSERT_EQ(marks.size(), 3U);
+    EXPECT_EQ(marks[0].label, "One");
+    EXPECT_EQ(marks[1].label, "Two");
+    EXPECT_DOUBLE_EQ(marks[1].start, 1 + 37 / 75.0);
+    EXPECT_DOUBLE_EQ(marks[2].start, 3660 + 74 / 75.0);
+
+    Wave* wave = import(tones(1, 48000, 96'000), "a.wav");
+    for (const bool isSheet : {false, true}) {
+        wave->cuePoints.clear();
+        TextTaker texts(*wave);
+        texts.take(isSheet ? "cuesheet=TRACK 01 AUDIO\nTITLE \"A b\"\nINDEX 01 00:00:00\nTRACK 02 AUDIO\n"
+                             "TITLE C\nINDEX 01 00:01:15"
+                           : "CHAPTER002=00:00:01.2");
+        if (!isSheet) {
+            for (const char* text : {"chapter001=00:00:00.000", "CHAPTER001NAME=A b", "Chapter002Name=C",
+                                     "CHAPTER003=00:00:02", "CHAPTER004=1:2"})
+                texts.take(text);
+        }
+        texts.finish();
+        EXPECT_THAT(wave->cuePoints,
+                    testing::ElementsAre(CuePoint{0, 0, "A b", ""}, CuePoint{57'600, 0, "C", ""}));
     }
 }
 
