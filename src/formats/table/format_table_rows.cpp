@@ -7,6 +7,7 @@
 #include "formats/audio/chunked/caf.h"
 #include "formats/audio/classic/classic_files.h"
 #include "formats/audio/packed/aac.h"
+#include "formats/audio/packed/amr.h"
 #include "formats/audio/packed/flac.h"
 #include "formats/audio/packed/mpeg.h"
 #include "formats/audio/packed/ogg.h"
@@ -102,7 +103,8 @@ constexpr FormatRow kRows[] = {
     {"akp", "AKAI S5000 program", RW, kFullInstrument, 0xC000014, 0, form<"RIFF", "APRG">},
     {"alaw", "G.711 A-law", RW, kWave, 0xC080200, 0, detectAlways2, raw_Imp<kALaw>, raw_Exp, true},
     {"alw", "G.711 A-law", RW, kWave, 0xC080200, 0, detectAlways2, raw_Imp<kALaw>, raw_Exp, true},
-    {"amr", "MIME AMR file storage", RW, kWave, 0x5000000, kMediaAmr, magic<"#!AMR">, media_Imp},
+    {"amr", "MIME AMR file storage", RW, kWave, 0x5000000, kMediaAmr, magic<"#!AMR">, media_Imp,
+     amr_Exp, true, amr_Options},
     {"ams", "Extreme Tracker module", R, kOwn, 0, 0, magic<"Extreme">},
     {"ams", "Velvet Studio module", R, kOwn, 0, 0, magic<"AMShdr\x1A">},
     {"ape", "Monkey Audio lossless", RW, kWave, 0xC000015, kMediaApe, magic<"MAC ">, media_Imp},
@@ -128,7 +130,8 @@ constexpr FormatRow kRows[] = {
     {"cda", "Audio CD track", R, kWave, 0, 0, form<"RIFF", "CDDA">},
     {"cdr", "Audio CD raw data", R, kWave, 0, 0, detectAlways2, fixed_Imp<FixedLayout::CdRaw>},
     {"cmf", "Creative Labs music", R, kChipSong, 0, 0, magic<"CTMF">},
-    {"cod", "3GPP AMR if-format 2'", RW, kWave, 0x5000000, kMediaAmrIf2, detectAlways2, media_Imp},
+    {"cod", "3GPP AMR if-format 2'", RW, kWave, 0x5000000, kMediaAmrIf2, detectAlways2, media_Imp,
+     cod_Exp, true, amr_Options},
 
     {"dcm", "DCM module", R, kOwn, 0, 0, magicPair<"WUFF", "DCMw", 4, kWeakSignature>},
     {"dvd-16-44", "LPCM 16-bit 44kHz stereo", R, kWave, 0, 0, detectAlways2, dvd_Imp<16, 44100>},
