@@ -351,7 +351,7 @@ constexpr FormatRow kRows[] = {
     {"nki", "NI Kontakt 4 Instrument", R, kInstrument},
     {"nkm", "NI Kontakt 3 Bank", R, kOwn},
     {"nkm", "NI Kontakt 4 Bank", R, kOwn},
-    {"nvf", "Creative Labs Nomad", RW, kWave, 0x4002000},
+    {"nvf", "Creative Labs Nomad", RW, kWave, 0x4002000, 0, magicPair<"NVF ", "VFMT", 12, 0>, nvf_Imp, nvf_Exp, true},
 
     {"o01", "Typhoon voice", R, kWave},
     {"ogg", "Ogg Vorbis", RW, kWave, 0xD000000, 0, oggStream, ogg_Imp, ogg_Exp, true, ogg_Options},

@@ -37,6 +37,10 @@ bool tx16w_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool 
 /// Waves of the SY85 and its relatives.
 bool sy_Imp(Collection& collection, FileContext& file, u32 subType);
 
+/// Recordings of NOMAD players; what is written becomes mono of 8 kHz.
+bool nvf_Imp(Collection& collection, FileContext& file, u32 subType);
+bool nvf_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool perWave, f32 bitRate);
+
 bool sd1_Imp(Collection& collection, FileContext& file, u32 subType);
 bool sd1_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool perWave, f32 bitRate);
 
