@@ -515,7 +515,7 @@ constexpr FormatRow kRows[] = {
     {"uw", "Unsigned words (16-bit) - Bit Endian", W, kWave, 0xC000004, 0x60000000, nullptr, nullptr, raw_Exp, true},
     {"uwf", "UltraTracker wave", R, kWave},
 
-    {"v8", "Covox 8-bit", R, kWave},
+    {"v8", "Covox 8-bit", R, kWave, 0, 0, magic<"\xFF\x55\xFF\xAA\xFF\x55\xFF\xAA">, v8_Imp},
     {"vab", "PlayStation bank", RW, kWaveBank, 0x4002001, 0, magic<"pBAV">},
     {"vag", "PlayStation sound", RW, kWave, 0x4002000, 0, magic<"VAGp">, vag_Imp, vag_Exp, true},
     {"vap", "Annotated speech", RW, kWave, 0x4000305},

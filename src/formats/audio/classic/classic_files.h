@@ -41,6 +41,9 @@ bool sy_Imp(Collection& collection, FileContext& file, u32 subType);
 bool nvf_Imp(Collection& collection, FileContext& file, u32 subType);
 bool nvf_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool perWave, f32 bitRate);
 
+/// Covox sounds of plain samples.
+bool v8_Imp(Collection& collection, FileContext& file, u32 subType);
+
 bool sd1_Imp(Collection& collection, FileContext& file, u32 subType);
 bool sd1_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool perWave, f32 bitRate);
 
