@@ -445,7 +445,7 @@ constexpr FormatRow kRows[] = {
     {"sds", "SmartSound SDS", R, kWave, 0, 0, form<"SDSS", "WAVE", kWeakSignature>, wav_Imp},
     {"sdw", "Signed dwords (32-bit)", R, kWave, 0, 0, detectAlways2, raw_Imp<kPcm32>},
     {"seq", "PlayStation music", RW, kSongTracks, 0x2000000, 0, magic<"pQES">},
-    {"sdx", "SDX compact MIDI SDS", R, kWave},
+    {"sdx", "SDX compact MIDI SDS", R, kWave, 0, 0, magic<"SDX:">, sdx_Imp},
     {"sf", "IRCAM / MTU sound", RW, kWave, 0xC000364, 0, ircamSound, sndfile_Imp, sndfile_Exp<SndfileFormat::Ircam>},
     {"sf2", "SoundFont v2 bank", RW, kFullBank, 0x4000014, 0, soundFont2, sf2_Imp, sf2_Exp, true},
     {"sf2pack", "MIDI Converter Studio", R, kOwn, 0, 0, soundFontPack, sf2_Imp},

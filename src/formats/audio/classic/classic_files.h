@@ -44,6 +44,9 @@ bool nvf_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool pe
 /// Covox sounds of plain samples.
 bool v8_Imp(Collection& collection, FileContext& file, u32 subType);
 
+/// Sample dumps in a form of their own.
+bool sdx_Imp(Collection& collection, FileContext& file, u32 subType);
+
 bool sd1_Imp(Collection& collection, FileContext& file, u32 subType);
 bool sd1_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool perWave, f32 bitRate);
 
