@@ -518,7 +518,7 @@ constexpr FormatRow kRows[] = {
     {"v8", "Covox 8-bit", R, kWave, 0, 0, magic<"\xFF\x55\xFF\xAA\xFF\x55\xFF\xAA">, v8_Imp},
     {"vab", "PlayStation bank", RW, kWaveBank, 0x4002001, 0, magic<"pBAV">},
     {"vag", "PlayStation sound", RW, kWave, 0x4002000, 0, magic<"VAGp">, vag_Imp, vag_Exp, true},
-    {"vap", "Annotated speech", RW, kWave, 0x4000305},
+    {"vap", "Annotated speech", RW, kWave, 0x4002000, 0, promptIndex, vap_Imp, vap_Exp, true},
     {"vm1", "Panasonic voice", R, kWave},
     {"voc", "SoundBlaster voice", RW, kWave, 0xC000305, 0, magic<"Creative Voice File\x1A">, voc_Imp, voc_Exp, true},
     {"voc", "SoundBlaster voice - Old Style", W, kWave, 0xC000001, kVocOldStyle, nullptr, nullptr, voc_Exp, true},
