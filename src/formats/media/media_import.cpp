@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "base/run_context.h"
+#include "formats/codecs/amr_frames.h"
 #include "formats/framework/gain_tags.h"
-#include "formats/media/amr_if2.h"
 #include "formats/media/media_kinds.h"
 #include "formats/media/media_library.h"
 #include "model/collection.h"

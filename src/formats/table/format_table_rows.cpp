@@ -7,6 +7,7 @@
 #include "formats/audio/chunked/caf.h"
 #include "formats/audio/classic/classic_files.h"
 #include "formats/audio/packed/aac.h"
+#include "formats/audio/packed/amr.h"
 #include "formats/audio/packed/flac.h"
 #include "formats/audio/packed/mpeg.h"
 #include "formats/audio/packed/ogg.h"
@@ -102,7 +103,8 @@ constexpr FormatRow kRows[] = {
     {"akp", "AKAI S5000 program", RW, kFullInstrument, 0xC000014, 0, form<"RIFF", "APRG">},
     {"alaw", "G.711 A-law", RW, kWave, 0xC080200, 0, detectAlways2, raw_Imp<kALaw>, raw_Exp, true},
     {"alw", "G.711 A-law", RW, kWave, 0xC080200, 0, detectAlways2, raw_Imp<kALaw>, raw_Exp, true},
-    {"amr", "MIME AMR file storage", RW, kWave, 0x5000000, kMediaAmr, magic<"#!AMR">, media_Imp},
+    {"amr", "MIME AMR file storage", RW, kWave, 0x5000000, kMediaAmr, magic<"#!AMR">, media_Imp,
+     amr_Exp, true, amr_Options},
     {"ams", "Extreme Tracker module", R, kOwn, 0, 0, magic<"Extreme">},
     {"ams", "Velvet Studio module", R, kOwn, 0, 0, magic<"AMShdr\x1A">},
     {"ape", "Monkey Audio lossless", RW, kWave, 0xC000015, kMediaApe, magic<"MAC ">, media_Imp},
@@ -128,7 +130,8 @@ constexpr FormatRow kRows[] = {
     {"cda", "Audio CD track", R, kWave, 0, 0, form<"RIFF", "CDDA">},
     {"cdr", "Audio CD raw data", R, kWave, 0, 0, detectAlways2, fixed_Imp<FixedLayout::CdRaw>},
     {"cmf", "Creative Labs music", R, kChipSong, 0, 0, magic<"CTMF">},
-    {"cod", "3GPP AMR if-format 2'", RW, kWave, 0x5000000, kMediaAmrIf2, detectAlways2, media_Imp},
+    {"cod", "3GPP AMR if-format 2'", RW, kWave, 0x5000000, kMediaAmrIf2, detectAlways2, media_Imp,
+     cod_Exp, true, amr_Options},
 
     {"dcm", "DCM module", R, kOwn, 0, 0, magicPair<"WUFF", "DCMw", 4, kWeakSignature>},
     {"dvd-16-44", "LPCM 16-bit 44kHz stereo", R, kWave, 0, 0, detectAlways2, dvd_Imp<16, 44100>},
@@ -348,7 +351,7 @@ constexpr FormatRow kRows[] = {
     {"nki", "NI Kontakt 4 Instrument", R, kInstrument},
     {"nkm", "NI Kontakt 3 Bank", R, kOwn},
     {"nkm", "NI Kontakt 4 Bank", R, kOwn},
-    {"nvf", "Creative Labs Nomad", RW, kWave, 0x4002000},
+    {"nvf", "Creative Labs Nomad", RW, kWave, 0x4002000, 0, magicPair<"NVF ", "VFMT", 12, 0>, nvf_Imp, nvf_Exp, true},
 
     {"o01", "Typhoon voice", R, kWave},
     {"ogg", "Ogg Vorbis", RW, kWave, 0xD000000, 0, oggStream, ogg_Imp, ogg_Exp, true, ogg_Options},
@@ -442,7 +445,7 @@ constexpr FormatRow kRows[] = {
     {"sds", "SmartSound SDS", R, kWave, 0, 0, form<"SDSS", "WAVE", kWeakSignature>, wav_Imp},
     {"sdw", "Signed dwords (32-bit)", R, kWave, 0, 0, detectAlways2, raw_Imp<kPcm32>},
     {"seq", "PlayStation music", RW, kSongTracks, 0x2000000, 0, magic<"pQES">},
-    {"sdx", "SDX compact MIDI SDS", R, kWave},
+    {"sdx", "SDX compact MIDI SDS", R, kWave, 0, 0, magic<"SDX:">, sdx_Imp},
     {"sf", "IRCAM / MTU sound", RW, kWave, 0xC000364, 0, ircamSound, sndfile_Imp, sndfile_Exp<SndfileFormat::Ircam>},
     {"sf2", "SoundFont v2 bank", RW, kFullBank, 0x4000014, 0, soundFont2, sf2_Imp, sf2_Exp, true},
     {"sf2pack", "MIDI Converter Studio", R, kOwn, 0, 0, soundFontPack, sf2_Imp},
@@ -512,10 +515,10 @@ constexpr FormatRow kRows[] = {
     {"uw", "Unsigned words (16-bit) - Bit Endian", W, kWave, 0xC000004, 0x60000000, nullptr, nullptr, raw_Exp, true},
     {"uwf", "UltraTracker wave", R, kWave},
 
-    {"v8", "Covox 8-bit", R, kWave},
+    {"v8", "Covox 8-bit", R, kWave, 0, 0, magic<"\xFF\x55\xFF\xAA\xFF\x55\xFF\xAA">, v8_Imp},
     {"vab", "PlayStation bank", RW, kWaveBank, 0x4002001, 0, magic<"pBAV">},
     {"vag", "PlayStation sound", RW, kWave, 0x4002000, 0, magic<"VAGp">, vag_Imp, vag_Exp, true},
-    {"vap", "Annotated speech", RW, kWave, 0x4000305},
+    {"vap", "Annotated speech", RW, kWave, 0x4002000, 0, promptIndex, vap_Imp, vap_Exp, true},
     {"vm1", "Panasonic voice", R, kWave},
     {"voc", "SoundBlaster voice", RW, kWave, 0xC000305, 0, magic<"Creative Voice File\x1A">, voc_Imp, voc_Exp, true},
     {"voc", "SoundBlaster voice - Old Style", W, kWave, 0xC000001, kVocOldStyle, nullptr, nullptr, voc_Exp, true},

@@ -239,6 +239,19 @@ int sounderSound(ByteSpan start, u32, u64) {
     return possible ? kNotRuledOut : 0;
 }
 
+int promptIndex(ByteSpan start, u32, u64 fileSize) {
+    ByteCursor in(start);
+    const u64 entries = in.u32le(), rate = in.u32le(), used = in.u32le();
+    in.skip(4);
+    const u64 size = in.u32le();
+    in.skip(4);
+    const u64 offset = in.u32le(), bytes = in.u32le(), text = in.u32le();
+    const bool possible = in.ok() && entries >= used && used >= 1 && entries <= 4096 && rate >= 4000 &&
+                          rate <= 48000 && size <= fileSize && offset >= 36 && offset + bytes <= fileSize &&
+                          text < fileSize;
+    return possible ? kWeakSignature : 0;
+}
+
 int aacStream(ByteSpan start, u32, u64) {
     return holdsAt(start, 0, "ADIF") ? kSignature : mpegAudio(start, 4);
 }

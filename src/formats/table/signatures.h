@@ -121,5 +121,6 @@ int sampleDump(ByteSpan start, u32 subType, u64 fileSize);       ///< a dump hea
 int ircamSound(ByteSpan start, u32 subType, u64 fileSize);       ///< of any machine, in either byte order
 int matlabAudio(ByteSpan start, u32 subType, u64 fileSize);      ///< version 5, or a version 4 with a rate
 int sounderSound(ByteSpan start, u32 subType, u64 fileSize);     ///< a few plausible fields
+int promptIndex(ByteSpan start, u32 subType, u64 fileSize);      ///< fields that agree with each other
 
 } // namespace kv

@@ -1,4 +1,4 @@
-#include "formats/media/amr_if2.h"
+#include "formats/codecs/amr_frames.h"
 #include "media_test.h"
 
 namespace kv {

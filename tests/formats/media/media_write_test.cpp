@@ -1,3 +1,4 @@
+#include "formats/codecs/amr_frames.h"
 #include "formats/framework/format_table.h"
 #include "media_test.h"
 
@@ -204,6 +205,101 @@ TEST_F(MediaWrite, SaysWhatItCanNot) {
     ASSERT_TRUE(runs("test -e /dev/full")) << "no such device";
     EXPECT_FALSE(Export(rowOf("MPEG-4 base media"), "/dev/full", wave, kAnyFormat, 0, false));
     EXPECT_EQ(failure(), "mp4_Exp: Writing to file failed");
+}
+
+/// How alike two sounds are when the second is `delay` frames late: 1 the same, 0 nothing.
+f64 correlation(std::span<const f32> sound, std::span<const f32> copy, std::size_t delay) {
+    f64 both = 0, one = 1e-12, other = 1e-12;
+    for (std::size_t i = 0; i < sound.size() && i + delay < copy.size(); ++i) {
+        const f64 a = static_cast<f64>(sound[i]), b = static_cast<f64>(copy[i + delay]);
+        both += a * b;
+        one += a * a;
+        other += b * b;
+    }
+    return both / std::sqrt(one * other);
+}
+
+class SpeechWrite : public test::MediaTest {
+protected:
+    static constexpr u32 kFrameSamples = 160, kDelay = 40; ///< 20 and 5 ms
+    /// A tone that rises, as a.wav of 16 bits.
+    bool makeSweep(u32 frames, u32 rate, u32 channels) const {
+        return ffmpeg(
+            fmt::format("-f lavfi -i \"aevalsrc=0.4*sin((2000+1500*t)*t):s={}\" -af atrim=end_sample={} "
+                        "-ac {} -c:a pcm_s16le a.wav",
+                        rate, frames, channels));
+    }
+    bool exportFirst(std::string_view description, const char* name, f32 kbps) {
+        return Export(rowOf(description), folder / name, store().First<Wave>(), kAnyFormat, kbps, false);
+    }
+    static constexpr std::string_view kStorage = "MIME AMR file storage", kIf2 = "3GPP AMR if-format 2'";
+};
+
+TEST_F(SpeechWrite, EveryRateInBothForms) {
+    constexpr u32 kLength = 12000;                                     // 75 frames
+    constexpr std::size_t kBytes[] = {13, 14, 16, 18, 20, 21, 27, 32}; // RFC 4867, with the byte of the type
+    ASSERT_TRUE(makeSweep(kLength, 8000, 1));
+    for (std::size_t mode = 0; mode < std::size(kBytes); ++mode) {
+        std::string label;
+        const f32 kbps = formatTable().row(rowOf(kStorage))->optionsFn(static_cast<int>(mode), 0, &label);
+        SCOPED_TRACE(label);
+        ASSERT_TRUE(imports("a.wav"));
+        const std::vector<f32> source = samplesOf(*store().First<Wave>());
+        ASSERT_TRUE(exportFirst(kStorage, "a.amr", kbps) && exportFirst(kIf2, "a.cod", kbps)) << failure();
+        const Bytes file = test::readFile(folder / "a.amr"), frames = test::readFile(folder / "a.cod");
+        EXPECT_EQ(file.size(), 6 + 75 * kBytes[mode]);
+        EXPECT_EQ(amrFileOfIf2(frames), file);
+
+        const std::vector<f32> theirs = decoded("a.amr");
+        EXPECT_EQ(theirs.size(), 75 * kFrameSamples);
+        EXPECT_GT(correlation(source, theirs, kDelay), 0.9);
+        EXPECT_LT(correlation(source, theirs, kDelay + 4), correlation(source, theirs, kDelay));
+        EXPECT_LT(correlation(source, theirs, kDelay - 4), correlation(source, theirs, kDelay));
+        for (const char* name : {"a.cod", "a.amr"}) {
+            ASSERT_TRUE(imports(name)) << failure();
+            EXPECT_LE(test::difference(samplesOf(*store().First<Wave>()), theirs), test::kStep16) << name;
+        }
+        // A rate of its own, with what stands between the frames, stays what it was, as does the length.
+        ASSERT_TRUE(exportFirst(kStorage, "b.amr", 0)) << failure();
+        EXPECT_EQ(test::readFile(folder / "b.amr").size(), 6 + 75 * kBytes[mode]);
+
+        if (!runs(fmt::format("sox a.wav -C {} -t amr-nb c.amr", mode))) continue;
+        EXPECT_EQ(test::readFile(folder / "c.amr"), file);
+    }
+    EXPECT_EQ(formatTable().row(rowOf(kStorage))->optionsFn(std::size(kBytes), 0, nullptr), 0);
+}
+
+TEST_F(SpeechWrite, OtherRatesAndStereo) {
+    struct Case {
+        u32 length, rate, channels, frames;
+    };
+    constexpr Case kCases[] = {{120, 8000, 1, 1},   {121, 8000, 1, 2},     {1, 8000, 1, 1},
+                               {160, 8000, 1, 1},   {44100, 44100, 2, 50}, {5000, 11025, 1, 23},
+                               {9001, 4000, 2, 113}};
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(fmt::format("{} at {} Hz", c.length, c.rate));
+        ASSERT_TRUE(makeSweep(c.length, c.rate, c.channels));
+        ASSERT_TRUE(imports("a.wav"));
+        ASSERT_TRUE(exportFirst(kStorage, "a.amr", 12.2F)) << failure();
+        EXPECT_EQ(test::readFile(folder / "a.amr").size(), 6 + 32 * c.frames);
+        const std::vector<f32> theirs = decoded("a.amr");
+        EXPECT_EQ(theirs.size(), c.frames * kFrameSamples);
+        if (c.length < 1000) continue;
+        ASSERT_TRUE(ffmpeg("-i a.wav -ar 8000 -ac 1 -c:a pcm_s16le b.wav"));
+        EXPECT_GT(correlation(decoded("b.wav"), theirs, kDelay), 0.9);
+    }
+}
+
+TEST(AmrIf2, TakesOnlyWholeFramesOfAKnownType) {
+    Bytes frame(32);
+    frame[0] = std::byte{7 << 3 | 4};
+    EXPECT_EQ(if2OfAmrFrame(frame).size(), 31U);
+    EXPECT_TRUE(if2OfAmrFrame(ByteSpan(frame).first(31)).empty());
+    EXPECT_TRUE(if2OfAmrFrame({}).empty());
+    frame[0] = std::byte{9 << 3 | 4};
+    EXPECT_TRUE(if2OfAmrFrame(frame).empty());
+    frame[0] = std::byte{15 << 3 | 4};
+    EXPECT_EQ(if2OfAmrFrame(frame), Bytes{std::byte{15}});
 }
 
 } // namespace

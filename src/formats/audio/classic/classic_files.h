@@ -37,6 +37,20 @@ bool tx16w_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool 
 /// Waves of the SY85 and its relatives.
 bool sy_Imp(Collection& collection, FileContext& file, u32 subType);
 
+/// Recordings of NOMAD players; what is written becomes mono of 8 kHz.
+bool nvf_Imp(Collection& collection, FileContext& file, u32 subType);
+bool nvf_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool perWave, f32 bitRate);
+
+/// Covox sounds of plain samples.
+bool v8_Imp(Collection& collection, FileContext& file, u32 subType);
+
+/// Sample dumps in a form of their own.
+bool sdx_Imp(Collection& collection, FileContext& file, u32 subType);
+
+/// Indexed files of annotated prompts: each prompt becomes a wave; a file with one is written.
+bool vap_Imp(Collection& collection, FileContext& file, u32 subType);
+bool vap_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool perWave, f32 bitRate);
+
 bool sd1_Imp(Collection& collection, FileContext& file, u32 subType);
 bool sd1_Exp(Item& item, FileContext& file, u32 formatWord, u32 subType, bool perWave, f32 bitRate);
 
