@@ -53,6 +53,11 @@ public:
     T* First() const {
         return static_cast<T*>(lists_[indexOf(T::kClass)].head);
     }
+    /// The last item of the class: the one that was made last, unless they were sorted since.
+    template <class T>
+    T* Last() const {
+        return static_cast<T*>(lists_[indexOf(T::kClass)].tail);
+    }
     /// The next item of the same class.
     template <class T>
     T* Next(const T& item) const {

@@ -5,10 +5,11 @@
 
 #include "base/file_context.h"
 #include "base/run_context.h"
+#include "formats/audio/chunked/aiff.h"
+#include "formats/audio/packed/flac.h"
+#include "formats/audio/packed/ogg.h"
 #include "formats/audio/wav_chunks.h"
-#include "formats/codecs/flac_stream.h"
-#include "formats/codecs/vorbis_stream.h"
-#include "model/sample_blocks.h"
+#include "model/collection.h"
 #include "model/store.h"
 #include "model/wave.h"
 #include "model/workspace.h"
@@ -21,47 +22,16 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kContext = "sfz_ImpWave";
 
-using Probe = decltype(&probeVorbis);
-
-template <auto kOpen>
-std::unique_ptr<SampleBlocks> openPacked(const Wave& wave, FileContext& file) {
-    if (file.source) return kOpen(file.source, 0, wave.frames, wave.channels);
-    Fail(kContext, "Reading from file failed");
-    return nullptr;
-}
-const WaveReader kOggReader{"ogg_ImpWave", loadThroughBlocks, openPacked<openVorbis>};
-const WaveReader kFlacReader{"flac_ImpWave", loadThroughBlocks, openPacked<openFlac>};
-
-Wave* readPacked(FileContext& file, Probe probe, const WaveReader& reader) {
-    const std::optional<PackedStreamInfo> info = probe(file.source);
-    if (!info) return nullptr;
-    if (info->channels < 1 || info->channels > 2) {
-        Fail(kContext, "{} channels are too many", info->channels);
-        return nullptr;
-    }
-    Wave* wave = store().Create<Wave>(kNextFreeNumber, &reader);
-    wave->channels = info->channels;
-    wave->sampleRate = info->sampleRate;
-    wave->frames = static_cast<u32>(std::min<u64>(info->frames, UINT32_MAX));
-    wave->bits = info->bits > 0 ? info->bits : 16; // a lossy codec's noise is above that
-    return wave;
-}
-
-Wave* readOgg(FileContext& file) {
-    return readPacked(file, probeVorbis, kOggReader);
-}
-
-Wave* readFlac(FileContext& file) {
-    return readPacked(file, probeFlac, kFlacReader);
+/// Reads a file of one wave as it is read by itself.
+template <bool (*kImport)(Collection&, FileContext&, u32)>
+Wave* readAs(FileContext& file) {
+    const std::size_t before = store().count(kWaveClass);
+    const bool done = kImport(*store().First<Collection>(), file, 0);
+    return done && store().count(kWaveClass) > before ? store().Last<Wave>() : nullptr;
 }
 
 Wave* readWav(FileContext& file) {
     return wav_ImpEmbedded(file, kNextFreeNumber, 0, file.size(), {});
-}
-
-Wave* refuse(FileContext&) {
-    Fail(kContext, "this version can't read samples of this kind yet");
-    return nullptr;
 }
 
 /// All other files are taken for WAV.
@@ -69,7 +39,10 @@ struct SampleKind {
     std::string_view extension;
     Wave* (*read)(FileContext& file);
 };
-constexpr SampleKind kKinds[] = {{".ogg", readOgg}, {".flac", readFlac}, {".aiff", refuse}, {".aif", refuse}};
+constexpr SampleKind kKinds[] = {{".ogg", readAs<ogg_Imp>},
+                                 {".flac", readAs<flac_Imp>},
+                                 {".aiff", readAs<aif_Imp>},
+                                 {".aif", readAs<aif_Imp>}};
 
 void warn(std::string_view sample, std::string_view text) {
     runContext().diagnostics.warn(0, "sample", fmt::format("{}: {}", sample.substr(0, 300), text));
