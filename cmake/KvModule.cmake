@@ -46,9 +46,7 @@ function(kv_test name)
   target_include_directories(test_${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests ${PROJECT_BINARY_DIR}/tests)
   list(TRANSFORM arg_DEPENDS PREPEND kv_)
   target_link_libraries(test_${name} PRIVATE ${arg_DEPENDS} ${arg_LIBRARIES} kv_flags GTest::gmock GTest::gtest_main)
-  if(KV_SANITIZE)
-    target_compile_options(test_${name} PRIVATE -O0) # half the time to compile
-  endif()
+  target_compile_options(test_${name} PRIVATE -O0) # half the time to compile; what they test is optimized
   gtest_discover_tests(test_${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
     PROPERTIES LABELS "${name}" TIMEOUT 120 ENVIRONMENT ASAN_OPTIONS=allocator_may_return_null=1)
 endfunction()
