@@ -149,10 +149,11 @@ TEST(Sfark, StopsWhenCancelledOrWhenNothingCanBeWritten) {
     EXPECT_EQ(context.error.message, "Cancelled");
 }
 
-TEST(Sfark, SurvivesTruncationAtEveryByte) {
+TEST(Sfark, SurvivesTruncation) {
     for (const Vector& vector : kVectors) {
         const Bytes good = fromBase64(vector.base64);
-        for (std::size_t n = 0; n < good.size(); ++n) {
+        // At every byte of the header, and where the packed parts end.
+        for (std::size_t n = 0; n < good.size(); n += n < 300 || n + 100 > good.size() ? 1 : 5) {
             // The last word may be padding only.
             const Result result = unpack(ByteSpan(good).first(n));
             EXPECT_TRUE(!result.whole || n + 2 >= good.size()) << vector.name << " cut to " << n;
@@ -164,7 +165,7 @@ TEST(Sfark, SurvivesFlippedBytes) {
     std::mt19937 random(7);
     for (const Vector& vector : kVectors) {
         const Bytes good = fromBase64(vector.base64);
-        for (int round = 0; round < 2000; ++round) {
+        for (int round = 0; round < 600; ++round) {
             Bytes bad = good;
             for (auto flips = 1 + random() % 3; flips > 0; --flips) {
                 // Half of them in the header and what stands next to it.
