@@ -12,7 +12,23 @@ namespace kv {
 namespace {
 
 constexpr std::size_t kHeaderBytes = 1024, kKeyAt = 0x12, kLoopTypeAt = 0x18, kDumpAt = 0x2D;
-constexpr u8 kLoopForward = 2, kLoopAlternate = 3;
+
+/// Of the types without a loop there are one forward and one backward. What plays backward does so as a
+/// whole, for which we have no place.
+u16 loopFlags(u8 type) {
+    constexpr u8 kForward = 2, kAlternate = 3, kBackward = 6, kBackwardAlternate = 7;
+    switch (type) {
+        case kForward:
+            return kLooped;
+        case kBackward:
+            return kLooped | kLoopReverse;
+        case kAlternate:
+        case kBackwardAlternate:
+            return kLooped | kLoopBidirectional;
+        default:
+            return 0;
+    }
+}
 
 u32 dumpValue(ByteCursor& in) {
     const u32 low = in.u8le() & 0x7FU;
@@ -42,10 +58,8 @@ bool sy_Imp(Collection&, FileContext& file, u32) {
     Wave* wave = importSamples(file, layout, kContext);
     if (!wave) return false;
     setRootKey(*wave, std::to_integer<u32>(head[kKeyAt]));
-    const u8 type = std::to_integer<u8>(head[kLoopTypeAt]);
-    if (type == kLoopForward || type == kLoopAlternate)
-        setLoop(*wave, loopStart, loopEnd,
-                static_cast<u16>(kLooped | (type == kLoopAlternate ? kLoopBidirectional : 0)));
+    if (const u16 flags = loopFlags(std::to_integer<u8>(head[kLoopTypeAt])); flags != 0)
+        setLoop(*wave, loopStart, loopEnd, flags);
     return true;
 }
 

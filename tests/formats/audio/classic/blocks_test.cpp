@@ -193,11 +193,14 @@ TEST_F(Blocks, FieldsOfAnSyWave) {
     EXPECT_EQ(wave->params.rootKey, 60);
     EXPECT_FALSE(wave->params.looped());
     EXPECT_EQ(samplesOf(*wave)[0x1234], 0x1234);
-    file[0x18] = std::byte{3};
-    wave = import(file, "samp.w02");
-    EXPECT_EQ(wave->params.loopFlags, kLooped | kLoopBidirectional);
-    EXPECT_EQ(wave->params.loopStart, 0x5740);
-    EXPECT_EQ(wave->params.loopEnd, 0x5780);
+    for (const auto& [type, flags] :
+         {std::pair{2, +kLooped}, {3, kLooped | kLoopBidirectional}, {6, kLooped | kLoopReverse}}) {
+        file[0x18] = static_cast<std::byte>(type);
+        wave = import(file, "samp.w02");
+        EXPECT_EQ(wave->params.loopFlags, flags);
+        EXPECT_EQ(wave->params.loopStart, 0x5740);
+        EXPECT_EQ(wave->params.loopEnd, 0x5780);
+    }
 }
 
 TEST_F(Blocks, HcomWithoutAMacBinaryHeader) {
